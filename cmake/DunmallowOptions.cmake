@@ -1,0 +1,58 @@
+# One interface target carries language level, warnings and hardening to every library, program and test.
+# Sanitizers are set for the whole build, so that GoogleTest is instrumented like our own code.
+find_package(Threads REQUIRED)
+
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+
+add_library(dunmallow_options INTERFACE)
+target_compile_features(dunmallow_options INTERFACE cxx_std_20)
+target_include_directories(dunmallow_options INTERFACE "${PROJECT_SOURCE_DIR}/src")
+target_link_libraries(dunmallow_options INTERFACE Threads::Threads)
+# 64-bit file sizes and times also where `long` has 32 bits.
+target_compile_definitions(dunmallow_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+target_compile_options(dunmallow_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>
+  -fstack-protector-strong -fstack-clash-protection)
+# Immediate binding also spares the small thread stacks the lazy binder's register area.
+target_link_options(dunmallow_options INTERFACE -Wl,-z,relro,-z,now)
+
+if(DUNMALLOW_SANITIZE)
+  add_compile_options(-fsanitize=${DUNMALLOW_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${DUNMALLOW_SANITIZE})
+  if(DUNMALLOW_SANITIZE MATCHES "undefined")
+    add_compile_options(-fsanitize=float-cast-overflow -fno-sanitize-recover=float-cast-overflow)
+    add_link_options(-fsanitize=float-cast-overflow)
+  endif()
+else()
+  target_compile_definitions(dunmallow_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+
+# dunmallow_add_library(NAME SOURCES ... HEADERS ... LINKS ...): one library per folder, its public headers a file set.
+function(dunmallow_add_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;LINKS")
+  add_library(${name} STATIC ${arg_SOURCES})
+  add_library(dunmallow::${name} ALIAS ${name})
+  target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}/src" FILES ${arg_HEADERS})
+  target_link_libraries(${name} PUBLIC dunmallow_options ${arg_LINKS})
+endfunction()
+
+# dunmallow_add_test(NAME SOURCES ... LINKS ...): one GoogleTest program, run as one CTest test in shuffled order.
+function(dunmallow_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LINKS;LABELS")
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 300)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE dunmallow_options ${arg_LINKS} GTest::gmock_main)
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  add_test(NAME ${name}
+    COMMAND ${name} --gtest_shuffle --gtest_brief=1 "--gtest_output=xml:${CMAKE_BINARY_DIR}/results/${name}.xml")
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "unit;${arg_LABELS}")
+endfunction()

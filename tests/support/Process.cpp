@@ -1,0 +1,47 @@
+#include "tests/support/Process.h"
+
+#include <filesystem>
+#include <iterator>
+#include <thread>
+
+namespace testsupport {
+
+namespace {
+
+std::size_t entriesOf(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+}  // namespace
+
+bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end) return condition();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+std::size_t openDescriptors() {
+    return entriesOf("/proc/self/fd") - 1;  // less the one that reads the folder
+}
+
+std::size_t runningThreads() { return entriesOf("/proc/self/task"); }
+
+bool instrumentedBuild() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    return true;
+#else
+    return false;
+#endif
+#else
+    return false;
+#endif
+}
+
+}  // namespace testsupport

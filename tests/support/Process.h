@@ -1,0 +1,26 @@
+#pragma once
+/// What a test can see of its own process, and waiting for something to happen.
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+
+namespace testsupport {
+
+/// Generous limit for events that must come; only a failing test waits this long.
+inline constexpr std::chrono::seconds kDeadline{30};
+
+/// Waits until `condition` holds. Returns false when it still does not hold at the deadline.
+[[nodiscard]] bool waitFor(const std::function<bool()>& condition,
+                           std::chrono::milliseconds limit = std::chrono::milliseconds(kDeadline));
+
+/// Number of open descriptors of this process.
+std::size_t openDescriptors();
+
+/// Number of threads of this process.
+std::size_t runningThreads();
+
+/// True in builds with AddressSanitizer or ThreadSanitizer, where stacks and memory figures differ.
+bool instrumentedBuild();
+
+}  // namespace testsupport
