@@ -1,0 +1,191 @@
+#include "sw_drv/RTkernel/linux/Thread.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <new>
+
+#include "sw_drv/RTkernel/linux/CrashReport.h"
+
+namespace threadfunc {
+
+namespace {
+
+std::atomic<bool> quietThreads{true};  // written by threadQuietOn and threadQuietOff
+
+struct ThreadStartRecord {
+    ThreadFunction function;
+    void* argument;
+    std::int32_t rtPriority;
+    const char* originFile;  // null: no start lines
+    std::int32_t originLine;
+};
+
+class ThreadAttributes {
+public:
+    ThreadAttributes() : initError(pthread_attr_init(&attributes)) {}
+    ~ThreadAttributes() {
+        if (initError == 0) pthread_attr_destroy(&attributes);
+    }
+    ThreadAttributes(const ThreadAttributes&) = delete;
+    ThreadAttributes& operator=(const ThreadAttributes&) = delete;
+
+    int setStackSize(unsigned bytes) { return pthread_attr_setstacksize(&attributes, bytes); }
+    const pthread_attr_t* get() const { return &attributes; }
+
+private:
+    pthread_attr_t attributes{};
+
+public:
+    const int initError;
+};
+
+void reportError(const char* what, int error) { std::cerr << what << std::strerror(error) << std::endl; }
+
+pthread_t notStarted(const char* what, int error) {
+    reportError(what, error);
+    return 0;
+}
+
+sigset_t everySignalButSegv() {
+    sigset_t signals;
+    sigfillset(&signals);
+    sigdelset(&signals, SIGSEGV);
+    return signals;
+}
+
+// A new thread inherits its creator's signal mask: with all signals blocked here, none can land in it before it has
+// set its own.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        const sigset_t signals = everySignalButSegv();
+        pthread_sigmask(SIG_SETMASK, &signals, &previous);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t previous{};
+};
+
+void printStartLines(const ThreadStartRecord& record) {
+    std::cout << "Starting thread. Process: " << getpid() << ", thread: " << threadId()
+              << ", priority: " << threadPriority() << std::endl;
+    std::cout << "Call origin: " << record.originFile << " line " << record.originLine << std::endl;
+}
+
+void* startRoutine(void* argument) {
+    std::unique_ptr<ThreadStartRecord> record(static_cast<ThreadStartRecord*>(argument));
+    InitThread(record->rtPriority);
+    if (record->originFile != nullptr) printStartLines(*record);
+    const std::uint32_t result = record->function(record->argument);
+    record.reset();
+    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(result));
+}
+
+void setScheduling(int rtPriority) {
+    sched_param parameters{};
+    parameters.sched_priority = rtPriority;
+    if (sched_setscheduler(0, rtPriority != 0 ? SCHED_RR : SCHED_OTHER, &parameters) == 0) return;
+    const int error = errno;
+    if (error == EPERM && quietThreads) return;
+    std::cerr << "threadfunc::InitThread() - sched_setscheduler() reports error: " << std::strerror(error);
+    if (error == EPERM) std::cerr << " # Run as ROOT to allow setting of thread priority";
+    std::cerr << std::endl;
+}
+
+timespec monotonicDeadline(int msec) {
+    timespec deadline{};
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += msec / 1000;
+    deadline.tv_nsec += msec % 1000 * 1'000'000L;
+    if (deadline.tv_nsec > 999'999'999) {
+        deadline.tv_sec += 1;
+        deadline.tv_nsec -= 1'000'000'000;
+    }
+    return deadline;
+}
+
+}  // namespace
+
+pthread_t ThreadCreate(int priority, ThreadFunction function, void* argument, unsigned stackSize,
+                       const char* originFile, int originLine) {
+    ThreadAttributes attributes;
+    if (attributes.initError != 0)
+        return notStarted("threadfunc::ThreadCreate() - pthread_attr_init() reports error: ", attributes.initError);
+    if (const int error = attributes.setStackSize(std::max(stackSize, kMinimumStackBytes)); error != 0)
+        return notStarted("threadfunc::ThreadCreate() - pthread_attr_setstacksize() reports error: ", error);
+
+    std::unique_ptr<ThreadStartRecord> record(new (std::nothrow) ThreadStartRecord{
+        function, argument, rtPriorityOf(priority), quietThreads ? nullptr : originFile, originLine});
+    if (record == nullptr) return 0;
+
+    const SignalsBlocked blocked;
+    pthread_t thread{};
+    if (const int error = pthread_create(&thread, attributes.get(), startRoutine, record.get()); error != 0)
+        return notStarted("threadfunc::ThreadCreate() - pthread_create() reports error: ", error);
+    static_cast<void>(record.release());  // the new thread owns it now
+    return thread;
+}
+
+std::uint32_t threadJoin(pthread_t thread) {
+    void* result = nullptr;
+    // The C library reads through the handle, which a failed ThreadCreate leaves at 0.
+    const int error = thread == 0 ? ESRCH : pthread_join(thread, &result);
+    if (error != 0) reportError("threadfunc::threadJoin() - pthread_join() reports error: ", error);
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(result));
+}
+
+void InitThread(int rtPriority) {
+    const sigset_t signals = everySignalButSegv();
+    pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+    installCrashReport();
+    setScheduling(rtPriority);
+}
+
+int rtPriorityOf(int priority) {
+    const std::int64_t wanted = std::int64_t{sched_get_priority_max(SCHED_RR)} - priority;
+    if (wanted < sched_get_priority_min(SCHED_RR)) return 0;
+    return static_cast<int>(std::min<std::int64_t>(wanted, INT32_MAX));
+}
+
+int threadPriority() {
+    sched_param parameters{};
+    const int result = sched_getparam(0, &parameters);
+    if (result == 0) return sched_get_priority_max(SCHED_RR) - parameters.sched_priority;
+    // The text is that of the result, -1, and not of errno: log filters of the service tools know this line.
+    reportError("threadfunc::threadPriority() - sched_getparam() reports error: ", result);
+    return -1;
+}
+
+void sleep(int msec) {
+    if (msec < 0) return;
+    const timespec deadline = monotonicDeadline(msec);
+    unsigned calls = 0;
+    int result = EINTR;
+    while (result == EINTR) {
+        result = clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr);
+        ++calls;
+    }
+    if (result == 0) return;
+    std::cerr << "threadfunc::sleep() - nanosleep() reports result: " << result << " msec: " << msec
+              << " tv_sec: " << deadline.tv_sec << " tv_nsec: " << deadline.tv_nsec << " cnt: " << calls << std::endl;
+}
+
+int threadId() { return gettid(); }
+
+void threadQuietOn() { quietThreads = true; }
+
+void threadQuietOff() { quietThreads = false; }
+
+}  // namespace threadfunc

@@ -1,0 +1,20 @@
+#pragma once
+/// The thread and timing kit, all of it.
+
+#include "sw_drv/RTkernel/linux/Clock.h"
+#include "sw_drv/RTkernel/linux/CpuMeter.h"
+#include "sw_drv/RTkernel/linux/CrashReport.h"
+#include "sw_drv/RTkernel/linux/GlobalLock.h"
+#include "sw_drv/RTkernel/linux/MessageQueue.h"
+#include "sw_drv/RTkernel/linux/Mutex.h"
+#include "sw_drv/RTkernel/linux/ProcessExit.h"
+#include "sw_drv/RTkernel/linux/ProcessInfo.h"
+#include "sw_drv/RTkernel/linux/Semaphore.h"
+#include "sw_drv/RTkernel/linux/Stopwatch.h"
+#include "sw_drv/RTkernel/linux/SystemClock.h"
+#include "sw_drv/RTkernel/linux/Thread.h"
+#include "sw_drv/RTkernel/linux/ThreadAnnotations.h"
+#include "sw_drv/RTkernel/linux/TimeConversion.h"
+#include "sw_drv/RTkernel/linux/TimeFormat.h"
+#include "sw_drv/RTkernel/linux/TimeNumbers.h"
+#include "sw_drv/RTkernel/linux/Timer.h"
