@@ -18,7 +18,8 @@ bool TimerList::insert(TimerEntry& entry) {
     const auto sameOrLater = std::find_if(entries.begin(), entries.end(), [&entry](const TimerEntry* listed) {
         return timeUntil(listed->due, entry.due) >= 0;
     });
-    return entries.insert(sameOrLater, &entry) == entries.begin();
+    const auto inserted = entries.insert(sameOrLater, &entry);
+    return inserted == entries.begin();
 }
 
 void TimerList::remove(TimerEntry& entry) { entries.remove(&entry); }
