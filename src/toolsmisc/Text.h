@@ -25,7 +25,7 @@ namespace toolsmisc {
 /// digits than wanted is printed as that whole number (after 0.49 is added), whatever its size. A text that is too long
 /// is printed anew as "1e+08" when the value is above 1.0 or below -1.0, and cut to `maxWidth` in any case.
 ///
-/// Each step works on at most 38 characters, so more than 32 significant digits lose the exponent of a small value.
+/// Each step works on at most 38 characters, so more than 31 significant digits can lose the value's exponent.
 /// Fewer than one significant digit count as one. Infinities and not-a-number give "inf", "-inf", "nan".
 [[nodiscard]] std::string formatSignificant(double value, int significantDigits, int decimals, unsigned maxWidth);
 
