@@ -1,0 +1,76 @@
+#include "platform/linux/base/ProprietarySocketClient.h"
+
+#include <cstdio>
+#include <utility>
+
+using threadfunc::MutexLock;
+
+namespace {
+
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr int kEndOfLink = 0;
+
+}  // namespace
+
+ProprietarySocketClient::ProprietarySocketClient(int port, const char* host)
+    : host_(host == nullptr ? kLoopback : host), port_(port) {}
+
+ProprietarySocketClient::~ProprietarySocketClient() {
+    if (fd < 0) return;
+    std::fprintf(stderr,
+                 "ProprietarySocketClient::~ProprietarySocketClient() port %i fd %i reports: Derived classes or "
+                 "application shall call closeSocket() before destroying the object.\n",
+                 port_, fd.load());
+    // The threads must not meet a dead object; whoever is told of a disconnect would meet half of one.
+    onDisconnect = nullptr;
+    closeSocket(false);
+}
+
+void ProprietarySocketClient::handleRxPacket(TPacket*& packet) {
+    delete packet;
+    packet = nullptr;
+}
+
+bool ProprietarySocketClient::sendPacket(TPacket*& packet, bool dropIfFull) {
+    PacketPtr owned(std::exchange(packet, nullptr));
+    if (!owned) return false;  // on the queue a null would be the end mark
+    if (!(dropIfFull ? offerPacket(owned) : txQueue.put(owned))) return false;
+    reportRecovery();
+    return true;
+}
+
+bool ProprietarySocketClient::offerPacket(PacketPtr& packet) {
+    if (txQueue.tryPut(packet)) return true;
+    if (!txOverrun.exchange(true))
+        std::fprintf(stderr,
+                     "ProprietarySocketClient::sendPacket() Port %i, fd %i Reports: Tx Buffer overrun, message lost.\n",
+                     port_, fd.load());
+    return false;
+}
+
+void ProprietarySocketClient::reportRecovery() {
+    if (!txOverrun || txQueue.space() <= txQueue.size() || !txOverrun.exchange(false)) return;
+    // Standard output, unlike the overrun: scripts that watch for losses read standard error alone.
+    std::printf("ProprietarySocketClient::sendPacket() Port %i, fd %i Reports: Tx Buffer usage below 50%%.\n", port_,
+                fd.load());
+    std::fflush(stdout);
+}
+
+std::uint32_t ProprietarySocketClient::runDispatch(void* client) {
+    static_cast<ProprietarySocketClient*>(client)->dispatchPackets();
+    return 0;
+}
+
+void ProprietarySocketClient::dispatchPackets() {
+    dispatchRunning = true;
+    while (PacketPtr owned = rxQueue.take()) {
+        TPacket* packet = owned.release();
+        if (!handleBuiltinPacket(packet)) handleRxPacket(packet);
+        owned.reset(packet);  // what the hook left
+    }
+    dispatchRunning = false;
+    connected = false;
+    // A full queue wakes the ping thread as well as one more value does; without that thread nobody makes room.
+    static_cast<void>(pingQueue.tryPut(kEndOfLink));
+    if (const DisconnectHook hook = onDisconnect) hook(this);
+}
