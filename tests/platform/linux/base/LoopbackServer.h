@@ -59,6 +59,7 @@ public:
     LoopbackServer& operator=(const LoopbackServer&) = delete;
 
     int port() const { return port_; }
+    int descriptor() const { return fd; }
     /// The next connection; waits for it.
     Peer accept() const;
     /// True when a connection waits to be accepted.
