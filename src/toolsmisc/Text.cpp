@@ -19,7 +19,7 @@ std::string formatString(const char* format, ...) {
         if (length < 0) return {};
         // A length equal to the limit is taken although vsnprintf left out the last character: names of numbered
         // folders in the field were made with it.
-        if (static_cast<std::size_t>(length) <= limit) return buffer.c_str();
+        if (static_cast<std::size_t>(length) <= limit) return makeString(buffer.c_str(), kWholeText);
         limit = static_cast<std::size_t>(length) + 4;
     }
 }

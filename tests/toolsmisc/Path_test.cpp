@@ -56,7 +56,7 @@ std::string joinOracle(const std::string& a, const std::string& b) {
         default:
             break;
     }
-    if (b == "") return a;
+    if (b.empty()) return a;
     if (b[0] == '/') return b;
     return a[a.length() - 1] == '/' ? a + b : a + '/' + b;
 }
