@@ -1,0 +1,28 @@
+#pragma once
+/// The client that the program creates: shows each status on the terminal and ends the process when the upload ends.
+
+#include <cstdint>
+
+#include "Hardware/CANFlasherClient.h"
+
+namespace CANFlasher {
+
+/// Paints on standard output, on the dispatch thread, from the first status change on. When a status ends the run it
+/// ends the process with status 0 from there, through `threadfunc::exitProcess`: the status says that the upload came
+/// to an end, the painted state says which.
+class consoleViewer : public CANFlasherClient {
+public:
+    /// A client of the server at `host` and `port`. With `followUpload` it waits for a final state, without it the
+    /// first painted status ends the process.
+    consoleViewer(bool followUpload, int port, const char* host);
+    ~consoleViewer() override;
+
+protected:
+    void statusChanged(const TStatus& status) override;
+
+private:
+    std::int32_t exitAfterFirstDraw;
+    bool firstDraw = true;  // nothing has been painted yet
+};
+
+}  // namespace CANFlasher

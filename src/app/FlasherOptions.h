@@ -1,0 +1,28 @@
+#pragma once
+/// The settings of a run: what the command line said, and whether the run was asked to end.
+
+#include <atomic>
+#include <cstdint>
+
+#include "Hardware/UploadTypes.h"
+
+namespace CANFlasher {
+
+/// The settings record with its defaults. The texts are borrowed from argv and must outlive the record.
+struct FlasherOptions {
+    /// Written by the shutdown event and by the main flow's error exit, read by the main flow's wait loop.
+    std::atomic<bool> quitRequested{false};
+    const char* hexFile = nullptr;  ///< as typed; null: nothing to upload
+    TMode mode = ISOStyle;
+    std::uint32_t serialNumber = 0;
+    std::int32_t interfaceIndex = 0;  ///< CAN interface of the server: 0 is CAN0
+    /// Device address. The default is not accepted by an upload, so that a run without one ends with a message.
+    std::int32_t address = 254;
+    std::int32_t port = 41265;
+    const char* hostName = "localhost";
+};
+
+/// The record of this process. Filled by the option parser on the main thread before any other thread exists.
+inline constinit FlasherOptions flasherOptions{};
+
+}  // namespace CANFlasher
