@@ -32,6 +32,14 @@ void KitThread::join() {
 
 bool emulated() { return testsupport::readFile("/proc/self/comm").starts_with("qemu-"); }
 
+bool watchedByThreadSanitizer() {
+#if defined(__SANITIZE_THREAD__)
+    return true;
+#else
+    return false;
+#endif
+}
+
 EndingProcess::EndingProcess() { GTEST_FLAG_SET(death_test_style, emulated() ? "fast" : "threadsafe"); }
 
 void FreshProcess::SetUp() {

@@ -30,6 +30,9 @@ private:
 /// True under an emulator of the processor, which cannot start this program a second time.
 bool emulated();
 
+/// True in builds with ThreadSanitizer.
+bool watchedByThreadSanitizer();
+
 /// For tests that end the process or need one in which nothing has happened: EXPECT_EXIT then starts the program anew.
 /// Under an emulator it forks, so what earlier tests did is seen there.
 class EndingProcess : public testing::Test {

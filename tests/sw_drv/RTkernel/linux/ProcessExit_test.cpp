@@ -14,6 +14,7 @@
 namespace {
 
 class ProcessExit : public kittest::EndingProcess {};
+class ProcessExitOfThreads : public kittest::FreshProcess {};
 
 void say(const char* text) { static_cast<void>(write(STDERR_FILENO, text, 1) == 1); }
 
@@ -25,7 +26,7 @@ TEST_F(ProcessExit, EndsWithTheStatusAndRunsWhatIsRegistered) {
     EXPECT_EXIT(leave(), testing::ExitedWithCode(7), "^x$");
 }
 
-TEST_F(ProcessExit, HoldsEveryLaterThreadAndLosesItsStatus) {
+TEST_F(ProcessExitOfThreads, HoldsEveryLaterThreadAndLosesItsStatus) {
     static std::atomic<int> inside{0};
     const auto leaveTwice = [] {
         std::atexit([] {
@@ -42,7 +43,7 @@ TEST_F(ProcessExit, HoldsEveryLaterThreadAndLosesItsStatus) {
     EXPECT_EXIT(leaveTwice(), testing::ExitedWithCode(7), "^x$");
 }
 
-TEST_F(ProcessExit, ManyThreadsAtOnceRunTheExitOnce) {
+TEST_F(ProcessExitOfThreads, ManyThreadsAtOnceRunTheExitOnce) {
     const auto race = [] {
         std::atexit([] { say("x"); });
         for (int i = 0; i < 8; ++i) std::thread([] { threadfunc::exitProcess(7); }).detach();
@@ -69,7 +70,7 @@ TEST_F(ProcessExit, IsClaimedOnce) {
 }
 
 // The timer thread works on while exit runs: nothing that it touches may be gone by then.
-TEST_F(ProcessExit, LeavesAllThatTheTimerThreadTouches) {
+TEST_F(ProcessExitOfThreads, LeavesAllThatTheTimerThreadTouches) {
     const auto leaveWithTimers = [] {
         static auto& queue = *new threadfunc::queue_template<int>(1000000);
         static auto& timer = *new threadfunc::timer_template<int>(0, &queue, 1);
@@ -82,7 +83,6 @@ TEST_F(ProcessExit, LeavesAllThatTheTimerThreadTouches) {
         threadfunc::threadJoin(threadfunc::ThreadCreate(
             30, [](void*) -> std::uint32_t { threadfunc::exitProcess(0); }, nullptr, 0, __FILE__, __LINE__));
     };
-    if (kittest::emulated()) GTEST_SKIP() << "the timer thread does not follow into a fork";
     EXPECT_EXIT(leaveWithTimers(), testing::ExitedWithCode(0), "^$");
 }
 
