@@ -99,6 +99,9 @@ protected:
     static constexpr int kPingIntervalMs = 1000;
     /// The same for this client; changed, if at all, before the ping thread starts.
     int pingIntervalMs = kPingIntervalMs;
+    /// One tick of the supervision: counts and reports a missing answer, and sends the next `CmdPing`. For the ping
+    /// thread; waits as `sendPacket` does.
+    void handlePingTick();
 
 private:
     static constexpr unsigned kPacketCapacity = 100;
@@ -125,7 +128,6 @@ private:
     void handlePingAnswer();
     void handleConnectionInfo(const TPacket& packet);
     void supervisePings();
-    void handlePingTick();
 
     const std::string host_;
     const std::int32_t port_;

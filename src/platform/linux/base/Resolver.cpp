@@ -9,8 +9,6 @@ namespace {
 /// A failing getaddrinfo with one search domain was seen to use 17160 bytes; modules of the name service add to that.
 constexpr unsigned kResolverStackBytes = 256U * 1024U;
 constexpr int kResolverPriority = 20;
-constexpr const char* kOriginFile = "platform/linux/base/src/Resolver";
-constexpr int kOrigin = 1;
 
 struct Query {
     const char* host;
@@ -32,8 +30,9 @@ std::uint32_t runQuery(void* argument) {
 
 Resolution resolveHost(const std::string& host, int port) {
     Query query{host.c_str(), std::to_string(port)};
+    // No origin: the thread is a part of this call, not one that a list of started threads should show.
     const pthread_t thread =
-        threadfunc::ThreadCreate(kResolverPriority, runQuery, &query, kResolverStackBytes, kOriginFile, kOrigin);
+        threadfunc::ThreadCreate(kResolverPriority, runQuery, &query, kResolverStackBytes, nullptr, 0);
     if (thread == 0) return {};
     threadfunc::threadJoin(thread);
     return {AddressList(query.error == 0 ? query.addresses : nullptr), query.error};

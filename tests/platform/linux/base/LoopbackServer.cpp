@@ -145,6 +145,10 @@ void LoopbackServer::close() {
 
 UnusedPort::UnusedPort() : fd(-1), port_(0) { fd = boundSocket(port_); }
 
+void UnusedPort::listenNow() const {
+    if (listen(fd, 16) != 0) throw std::runtime_error("cannot listen");
+}
+
 UnusedPort::~UnusedPort() { ::close(fd); }
 
 }  // namespace sockettest

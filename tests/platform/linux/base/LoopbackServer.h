@@ -80,6 +80,8 @@ public:
     UnusedPort& operator=(const UnusedPort&) = delete;
 
     int port() const { return port_; }
+    /// Ends the silence: from now on connections are taken.
+    void listenNow() const;
 
 private:
     int fd;

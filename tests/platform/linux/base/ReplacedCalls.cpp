@@ -70,6 +70,28 @@ pthread_t __wrap__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(int priority, thr
                                                                 originLine);
 }
 
+// Where `long` has 32 bits, the clocks of 64-bit times have names of their own.
+#define SOCKETTEST_WRAP_CLOCKS(timeOfDay, clock)                                      \
+    int __real_##timeOfDay(timeval* now, void* zone);                                 \
+    int __wrap_##timeOfDay(timeval* now, void* zone) {                                \
+        const auto* const call = replacement(&Calls::gettimeofday);                   \
+        if (call == nullptr) return __real_##timeOfDay(now, zone);                    \
+        *now = (*call)();                                                             \
+        return 0;                                                                     \
+    }                                                                                 \
+    int __real_##clock(clockid_t id, timespec* now);                                  \
+    int __wrap_##clock(clockid_t id, timespec* now) {                                 \
+        const auto* const call = replacement(&Calls::clock_gettime);                  \
+        if (call == nullptr || id != CLOCK_MONOTONIC) return __real_##clock(id, now); \
+        *now = (*call)();                                                             \
+        return 0;                                                                     \
+    }
+#if defined(__LP64__)
+SOCKETTEST_WRAP_CLOCKS(gettimeofday, clock_gettime)
+#else
+SOCKETTEST_WRAP_CLOCKS(__gettimeofday64, __clock_gettime64)
+#endif
+
 // operator new(std::size_t, const std::nothrow_t&) and its array form, where size_t is `long` and where it is `int`.
 #define SOCKETTEST_WRAP_NEW(name)                                                  \
     void* __real_##name(std::size_t, const std::nothrow_t&);                       \

@@ -4,10 +4,11 @@
 #include <netdb.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cstddef>
+#include <ctime>
 #include <functional>
-#include <string>
 
 #include "sw_drv/RTkernel/linux/Thread.h"
 
@@ -17,7 +18,7 @@ namespace sockettest {
 struct ThreadRequest {
     int priority;
     unsigned stackSize;
-    std::string originFile;
+    const char* originFile;
     int originLine;
 };
 
@@ -29,6 +30,9 @@ struct Calls {
     std::function<int(int, int, int)> socket;
     std::function<int(int, const sockaddr*, socklen_t)> connect;
     std::function<int(const char*, const char*, const addrinfo*, addrinfo**)> getaddrinfo;
+    std::function<timeval()> gettimeofday;
+    /// For CLOCK_MONOTONIC.
+    std::function<timespec()> clock_gettime;
     /// Returns false to let the thread not be created.
     std::function<bool(const ThreadRequest&)> mayCreate;
     /// Returns false to let `new (std::nothrow)` of so many bytes give nothing.
