@@ -80,9 +80,11 @@ ProcessRecord readProcessStatus(int pid, const std::string& table) {
     return parseProcessStatus(status);
 }
 
-int getParentPid(int pid) { return readProcessStatus(pid).ppid; }
+int getParentPid(int pid, const std::string& table) { return readProcessStatus(pid, table).ppid; }
 
-bool isKernelThread(int pid) { return pid == kKernelThreadCreator || getParentPid(pid) == kKernelThreadCreator; }
+bool isKernelThread(int pid, const std::string& table) {
+    return pid == kKernelThreadCreator || getParentPid(pid, table) == kKernelThreadCreator;
+}
 
 std::vector<ProcessRecord> listProcesses(const std::string& table) {
     std::vector<ProcessRecord> processes;
@@ -96,9 +98,9 @@ std::vector<ProcessRecord> listProcesses(const std::string& table) {
     return processes;
 }
 
-bool isProcessRunning(const char* name) {
+bool isProcessRunning(const char* name, const std::string& table) {
     if (name == nullptr) return false;
-    const std::vector<ProcessRecord> processes = listProcesses();
+    const std::vector<ProcessRecord> processes = listProcesses(table);
     return std::any_of(processes.begin(), processes.end(),
                        [name](const auto& process) { return process.name == name; });
 }

@@ -28,16 +28,16 @@ inline constexpr const char* kProcessTable = "/proc";
 ProcessRecord readProcessStatus(int pid, const std::string& table = kProcessTable);
 
 /// Id of the parent of `pid`, 0 when there is no such process.
-int getParentPid(int pid);
+int getParentPid(int pid, const std::string& table = kProcessTable);
 
 /// Whether `pid` is 2, known without reading anything, or the process's parent is 2.
-bool isKernelThread(int pid);
+bool isKernelThread(int pid, const std::string& table = kProcessTable);
 
 /// All processes that exist at the moment of the scan, in the order of the scan, not sorted. Empty when it fails.
 std::vector<ProcessRecord> listProcesses(const std::string& table = kProcessTable);
 
 /// Whether some process has exactly this name (see `ProcessRecord::name`; case matters). False for null.
-bool isProcessRunning(const char* name);
+bool isProcessRunning(const char* name, const std::string& table = kProcessTable);
 
 /// The leading decimal number of a text, after white space and with its sign; 0 when there is none, the nearest `int`
 /// when it is too large. Independent of the locale.

@@ -135,13 +135,15 @@ TEST(ProcessList, HoldsEveryNumberedFolderWithAPid) {
     const testsupport::TempFolder table;
     table.write("12/status", statusOf("a", 12));
     table.write("7/status", statusOf("b", 7));
-    table.write("1x/status", statusOf("notOnlyDigits", 101));
+    table.write("0/status", statusOf("c", 0));
+    table.write("90/status", statusOf("d", 90));
+    table.write("12x/status", statusOf("notOnlyDigits", 101));
     table.write("self/status", statusOf("noDigits", 102));
     table.write("x1/status", statusOf("firstIsNoDigit", 103));
     table.write("13", statusOf("noFolder", 104));
     table.write("14/stat", "");
     table.write("15/status", "Name:\tnoPid\n");
-    EXPECT_EQ(sortedPids(AgApp::listProcesses(table.path())), (std::vector<int>{7, 12}));
+    EXPECT_EQ(sortedPids(AgApp::listProcesses(table.path())), (std::vector<int>{0, 7, 12, 90}));
 }
 
 TEST(ProcessList, FollowsALinkToAFolder) {
@@ -172,6 +174,27 @@ TEST(ProcessList, ReadsTheTableAfreshEachTime) {
     table.write("8/status", statusOf("c", 8));
     EXPECT_EQ(AgApp::readProcessStatus(7, table.path()).name, "b");
     EXPECT_EQ(AgApp::listProcesses(table.path()).size(), 2U);
+}
+
+TEST(ProcessList, IsSearchedForAnExactName) {
+    const testsupport::TempFolder table;
+    table.write("7/status", statusOf("corvane", 7));
+    table.write("8/status", statusOf("", 8));
+    EXPECT_TRUE(AgApp::isProcessRunning("corvane", table.path()));
+    for (const char* other : {"corvan", "corvanes", "Corvane", "7"})
+        EXPECT_FALSE(AgApp::isProcessRunning(other, table.path())) << other;
+    EXPECT_TRUE(AgApp::isProcessRunning("", table.path())) << "a process may have no name";
+}
+
+TEST(KernelThread, IsAChildOfProcessTwo) {
+    const testsupport::TempFolder table;
+    table.write("31/status", "Name:\tkworker\nPid:\t31\nPPid:\t2\n");
+    table.write("32/status", "Name:\tshell\nPid:\t32\nPPid:\t31\n");
+    EXPECT_EQ(AgApp::getParentPid(31, table.path()), 2);
+    EXPECT_TRUE(AgApp::isKernelThread(31, table.path()));
+    EXPECT_FALSE(AgApp::isKernelThread(32, table.path()));
+    EXPECT_FALSE(AgApp::isKernelThread(33, table.path())) << "no such process";
+    EXPECT_TRUE(AgApp::isKernelThread(2, table.path())) << "known without reading";
 }
 
 TEST(ProcessStatus, OfAMissingFileIsUnknown) {

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <string>
+
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -60,6 +63,16 @@ INSTANTIATE_TEST_SUITE_P(
                     TimeRow{"missingCharactersCountAsZero", "1970-01-01 00:00", 0},
                     TimeRow{"missingHalfOfAField", "1970-01-01 00:00:1", 10}),
     rowName);
+
+TEST(BuildTime, IsTheSameInEveryTimeZone) {
+    {
+        const testsupport::ScopedEnvironment zone("TZ", "EST5EDT,M3.2.0,M11.1.0");
+        tzset();
+        EXPECT_EQ(AgApp::buildTimeFrom("2024-02-29 12:34:56 UTC"), 1709210096U);
+        EXPECT_EQ(AgApp::buildTimeFrom("2024-07-01 00:00:00 UTC"), 1719792000U);
+    }
+    tzset();
+}
 
 TEST(BuildTime, AnswersForAnEmptyDateToo) { EXPECT_EQ(AgApp::buildTimeFrom("") >> 32U, 0U); }
 
