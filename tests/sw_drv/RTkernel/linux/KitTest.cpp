@@ -1,5 +1,8 @@
 #include "tests/sw_drv/RTkernel/linux/KitTest.h"
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <utility>
 
 #include "tests/support/TempFolder.h"
@@ -38,6 +41,12 @@ bool watchedByThreadSanitizer() {
 #else
     return false;
 #endif
+}
+
+void require(bool holds, const char* file, int line) {
+    if (holds) return;
+    std::fprintf(stderr, "%s:%d: does not hold\n", file, line);
+    _exit(2);
 }
 
 EndingProcess::EndingProcess() { GTEST_FLAG_SET(death_test_style, emulated() ? "fast" : "threadsafe"); }

@@ -33,6 +33,9 @@ bool emulated();
 /// True in builds with ThreadSanitizer.
 bool watchedByThreadSanitizer();
 
+/// For code that runs in a process of its own: ends that with status 2 and a line that names the place, unless `holds`.
+void require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE());
+
 /// For tests that end the process or need one in which nothing has happened: EXPECT_EXIT then starts the program anew.
 /// Under an emulator it forks, so what earlier tests did is seen there.
 class EndingProcess : public testing::Test {

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "sw_drv/RTkernel/linux/Mutex.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempFolder.h"
 #include "tests/sw_drv/RTkernel/linux/KitTest.h"
@@ -62,6 +63,7 @@ TEST_F(ProcessName, IsTakenAtTheFirstCallAndNotBefore) {
 
 TEST_F(ProcessName, StaysEmptyWhileTheFileCannotBeReadAndIsTriedAgain) {
     const auto tryAgain = [] {
+        { threadfunc::mutex known; }  // the sanitizers need a descriptor when they first meet a type
         {
             const NoDescriptors none;
             if (!threadfunc::processName().empty()) _exit(2);

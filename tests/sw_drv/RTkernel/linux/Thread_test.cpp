@@ -361,7 +361,8 @@ TEST(Sleep, Of1500EndsAfterOneAndAHalfSecondsAlthoughSignalsInterruptIt) {
     sigaction(SIGUSR1, &previous, nullptr);
     EXPECT_GE(slept, milliseconds(1500));
     EXPECT_LT(slept, milliseconds(4000));
-    EXPECT_GT(signalsSeen, 20);
+    const bool heldBack = kittest::watchedByThreadSanitizer();  // it delivers signals after the sleep
+    EXPECT_GT(signalsSeen, heldBack ? 0 : 20);
 }
 
 TEST(ThreadId, IsTheKernelsAndDiffersFromThreadToThread) {

@@ -1,0 +1,182 @@
+/// What the timers do when the system refuses, how often the timer thread is woken, and the wrap of its clock.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+
+#include "sw_drv/RTkernel/linux/Clock.h"
+#include "sw_drv/RTkernel/linux/Stopwatch.h"
+#include "sw_drv/RTkernel/linux/Thread.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/Process.h"
+#include "tests/sw_drv/RTkernel/linux/InjectedCalls.h"
+#include "tests/sw_drv/RTkernel/linux/KitTest.h"
+#include "tests/sw_drv/RTkernel/linux/ProbeTimer.h"
+
+using kittest::awaitTimerPass;
+using kittest::ProbeTimer;
+using kittest::require;
+
+namespace {
+
+class FailedTimers : public kittest::FreshProcess {};
+
+constexpr const char* kNoPipe = " Unable to initialize pipe for Thread timer\n";
+constexpr const char* kNoWrite = " _threadTimerWakeup unable to do a write\n";
+
+TEST_F(FailedTimers, WithoutAPipeComeAtThePassOfTheThread) {
+    const auto runWithoutPipe = [] {
+        const testsupport::CapturedOutput errors(STDERR_FILENO);
+        injected::pipeOpen.fail(EMFILE);
+        ProbeTimer timer;
+        require(injected::pipeOpen.calls() == 1);
+        require(errors.text() == kNoPipe);
+        timer.startOnce(10);
+        require(errors.text() == std::string(kNoPipe) + kNoWrite);
+        require(timer.expiredTimes(1));
+        ProbeTimer far;
+        far.startOnce(60'000);
+        awaitTimerPass();  // noticed although the first one is far away
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(runWithoutPipe(), testing::ExitedWithCode(0), "^$");
+}
+
+// select on descriptor -1 fails at once: the thread once went round without end at the highest priority.
+TEST_F(FailedTimers, WithoutAPipeDoNotKeepTheProcessorBusy) {
+    const auto countPasses = [] {
+        const testsupport::CapturedOutput errors(STDERR_FILENO);
+        injected::pipeOpen.fail(EMFILE);
+        const ProbeTimer timer;
+        threadfunc::sleep(50);
+        injected::pollWait.watch();
+        threadfunc::sleep(1000);
+        require(injected::pollWait.calls() >= 1 && injected::pollWait.calls() <= 7);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(countPasses(), testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(FailedTimers, WithoutAThreadNeverExpireAndSaySoOnce) {
+    const auto runWithoutThread = [] {
+        injected::threadCreate.fail(EAGAIN);
+        ProbeTimer first;
+        ProbeTimer second;
+        first.startOnce(0);
+        second.startPeriodic(1);
+        threadfunc::sleep(300);
+        require(first.expiries == 0 && second.expiries == 0);
+        require(injected::threadCreate.calls() == 1);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(runWithoutThread(), testing::ExitedWithCode(0),
+                "^threadfunc::ThreadCreate\\(\\) - pthread_create\\(\\) reports error: Resource temporarily "
+                "unavailable\n$");
+}
+
+TEST_F(FailedTimers, WithoutAttributesForTheThreadSaySo) {
+    const auto run = [] {
+        injected::attributesInit.fail(ENOMEM);
+        const ProbeTimer timer;
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0),
+                "^threadfunc::ThreadCreate\\(\\) - pthread_attr_init\\(\\) reports error: Cannot allocate memory\n$");
+}
+
+TEST(FailedWait, OfTheTimerThreadGoesOnWithTheNextPass) {
+    ProbeTimer timer;
+    injected::pollWait.fail(EINTR, 3);
+    timer.startPeriodic(5);
+    EXPECT_TRUE(timer.expiredTimes(5));
+    EXPECT_GE(injected::pollWait.calls(), 3);
+    timer.stop();
+}
+
+TEST(FailedWakeup, IsReportedAndTheTimerComesAtTheNextPass) {
+    const testsupport::CapturedOutput errors(STDERR_FILENO);
+    ProbeTimer timer;
+    awaitTimerPass();
+    injected::byteWrite.fail(EIO);
+    timer.startOnce(0);
+    EXPECT_EQ(errors.text(), kNoWrite);
+    EXPECT_TRUE(timer.expiredTimes(1));
+}
+
+TEST(Wakeup, ComesOnlyWhenATimerGoesToTheFront) {
+    ProbeTimer later;
+    ProbeTimer last;
+    ProbeTimer first;
+    awaitTimerPass();
+    injected::byteWrite.watch();
+    later.startOnce(50'000);  // into an empty list
+    EXPECT_EQ(injected::byteWrite.calls(), 1);
+    last.startOnce(60'000);
+    EXPECT_EQ(injected::byteWrite.calls(), 1);
+    first.startOnce(40'000);
+    EXPECT_EQ(injected::byteWrite.calls(), 2);
+    later.restartOnce();
+    first.stop();
+    EXPECT_EQ(injected::byteWrite.calls(), 2);
+    later.trigger();  // not periodic: not armed
+    EXPECT_EQ(injected::byteWrite.calls(), 2);
+    later.startPeriodic(30'000);
+    later.trigger();
+    EXPECT_EQ(injected::byteWrite.calls(), 4);
+}
+
+// Those who arm a timer in its last moments count on the thread taking a look.
+TEST(Wakeup, ComesAlsoFromATimerThatIsBeingDestroyed) {
+    class StartsInDestructor : public ProbeTimer {
+    public:
+        ~StartsInDestructor() override {
+            retire();
+            injected::byteWrite.watch();
+            startOnce(77);
+            EXPECT_EQ(injected::byteWrite.calls(), 1);
+            EXPECT_EQ(interval(), 0);  // and is not armed
+        }
+    };
+    const StartsInDestructor timer;
+}
+
+TEST(TimerPasses, ComeEvery200MillisecondsWithoutATimer) {
+    awaitTimerPass();
+    threadfunc::sleep(250);
+    injected::pollWait.watch();
+    threadfunc::sleep(1000);
+    EXPECT_GE(injected::pollWait.calls(), 1);
+    EXPECT_LE(injected::pollWait.calls(), 6);
+}
+
+class ClockWrap : public kittest::FreshProcess {};
+
+// After 24.8 days the clock went negative: timers then expired at once, or not before another 24.8 days.
+TEST_F(ClockWrap, IsNoticedByNoTimer) {
+    const auto runAcrossWrap = [] {
+        threadfunc::startMonotonicClock();
+        injected::monotonicAheadMs = 2147483000;  // 647 ms before the wrap, by whole seconds
+        ProbeTimer periodic;
+        ProbeTimer across;
+        ProbeTimer far;
+        periodic.startPeriodic(10);
+        far.startOnce(60'000);
+        const threadfunc::Stopwatch watch(true);
+        across.startOnce(1000);
+        require(threadfunc::monotonicMilliseconds() > INT_MAX - 1000);
+        require(across.expiredTimes(1));
+        require(threadfunc::monotonicMilliseconds() < 0);
+        require(watch.elapsed() >= 0.998);
+        const int before = periodic.expiries;
+        require(before > 10 && before <= 1000 / 8);  // neither stood still nor went wild
+        require(periodic.expiredTimes(before + 10));
+        require(far.expiries == 0);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(runAcrossWrap(), testing::ExitedWithCode(0), "^$");
+}
+
+}  // namespace
