@@ -291,11 +291,13 @@ def link_time_optimised_objects(tmp_path_factory):
 LINK_TIME = ("-O2", "-flto", "-ffunction-sections", "-fdata-sections", "-Wl,--gc-sections")
 
 TREES = {
-    "trunk": ("Dev-trunk {date}", "[] 0 0 release 0"),
-    "branches/newcan": ("Dev-newcan {date}", "[] 0 0 release 0"),
-    "tags/DUNMALLOW-Ver-1_00": ("DUNMALLOW 1.00", "[1.00] 1 0 release 1"),
-    "tags/DUNMALLOW-Ver-2_05a": ("DUNMALLOW 2.05a", "[2.05a] 2 5 release 0"),
-    "tags/DUNMALLOW-1_00": ("Dev-unknown TAG {date}", "[] 0 0 release 1"),
+    "trunk": ("Dev-trunk {date}", "| 0 0 letter 0"),
+    "branches/newcan": ("Dev-newcan {date}", "branches/newcan| 0 0 letter 0"),
+    "tags/DUNMALLOW-Ver-1_00":
+        ("DUNMALLOW 1.00", "tags/DUNMALLOW-Ver-1_00|1.00 1 0 letter 0 isTagged hasVersion isReleaseVersion"),
+    "tags/DUNMALLOW-Ver-2_05a":
+        ("DUNMALLOW 2.05a", "tags/DUNMALLOW-Ver-2_05a|2.05a 2 5 letter 97 isTagged hasVersion hasVersionLetter"),
+    "tags/DUNMALLOW-1_00": ("Dev-unknown TAG {date}", "tags/DUNMALLOW-1_00| 0 0 letter 0 isTagged isReleaseVersion"),
 }
 
 

@@ -8,6 +8,10 @@ int main() {
     std::printf("%s\n", AgApp::getVersionLabel().c_str());
     std::printf("%s\n", AgApp::getBuildDate().c_str());
     std::printf("%" PRIu64 "\n", AgApp::getBuildTime());
-    std::printf("[%s] %" PRId32 " %" PRId32 " release %d\n", AgApp::getVersionString().c_str(),
-                AgApp::getMajorVersion(), AgApp::getMinorVersion(), AgApp::isReleaseVersion() ? 1 : 0);
+    std::printf("%s|%s %" PRId32 " %" PRId32 " letter %d", AgApp::getRepositoryPath().c_str(),
+                AgApp::getVersionString().c_str(), AgApp::getMajorVersion(), AgApp::getMinorVersion(),
+                AgApp::getVersionLetter());
+    std::printf("%s%s%s%s\n", AgApp::isTagged() ? " isTagged" : "", AgApp::hasVersion() ? " hasVersion" : "",
+                AgApp::hasVersionLetter() ? " hasVersionLetter" : "",
+                AgApp::isReleaseVersion() ? " isReleaseVersion" : "");
 }
