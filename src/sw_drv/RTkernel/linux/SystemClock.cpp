@@ -14,6 +14,7 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 std::tm localNow() {
     const std::time_t now = wallClockNow().tv_sec;
     std::tm fields{};
+    tzset();  // as localtime would: a change of the zone shows at once
     localtime_r(&now, &fields);
     return fields;
 }
@@ -47,7 +48,8 @@ timeval clockWithTime(timeval now, PackedTime t) {
     return now;
 }
 
-// The year counts from 1998, unlike that of packedLocalDate: the date messages that callers pass on count so.
+// The year counts from 1998, unlike that of packedLocalDate: the date messages that callers pass on count so. They mean
+// standard time, all year round.
 timeval clockWithDate(timeval now, PackedDate d) {
     std::tm midnight{};
     midnight.tm_mday = d.day;

@@ -18,8 +18,8 @@ PackedDate packedLocalDate();
 /// the system refuses (it asks for the right to set the clock).
 int setClockTime(PackedTime t);
 
-/// Sets the machine's clock to local date `d`, keeping the time of day. The year counts from 1998: 28 is 2026.
-/// Returns as `setClockTime`.
+/// Sets the machine's clock to local midnight (standard time) of date `d` plus the UTC time of day that it shows now.
+/// The year counts from 1998: 28 is 2026. Returns as `setClockTime`.
 int setClockDate(PackedDate d);
 
 /// What `setClockTime(t)` sets the clock to when it stands at `now`.
