@@ -149,6 +149,7 @@ TEST(ClientLife, ADisconnectIsTakenInItsTurn) {
     RecordingClient client(server.port());
     ASSERT_TRUE(client.connectToServer());
     HandConnection connection = server.accept();
+    client.stepTimer.setInterval(60'000);
     client.suppressPolling = true;
     client.onConnect = [&] {
         gate.pass();

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace testsupport {
@@ -23,8 +24,9 @@ bool waitReadable(int descriptor, Moment end) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd wanted{descriptor, POLLIN, 0};
         const int result = poll(&wanted, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
-        if (result > 0) return true;
+        if (result > 0 && (wanted.revents & POLLIN) != 0) return true;
         if (left.count() <= 0) return false;
+        if (result > 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));  // not listening yet
     }
 }
 

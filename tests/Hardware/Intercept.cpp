@@ -18,6 +18,7 @@ void record(const std::string& call) {
 
 }  // namespace
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker prescribes these names.
 extern "C" {
 int __real_system(const char* command);
 int __wrap_system(const char* command);
@@ -42,6 +43,7 @@ int __wrap_connect(int socket, const sockaddr* address, socklen_t length) {
     return __real_connect(socket, address, length);
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace testsupport {
 

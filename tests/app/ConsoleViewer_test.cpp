@@ -1,0 +1,119 @@
+#include "app/ConsoleViewer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/app/ForkedRun.h"
+
+using namespace CANFlasher;
+using testsupport::ForkedRun;
+
+namespace {
+
+constexpr int kGoesOn = 42;  // status of a process whose viewer did not end it
+
+class Viewer : public consoleViewer {
+public:
+    explicit Viewer(bool followUpload) : consoleViewer(followUpload, 41265, "localhost") {}
+    using consoleViewer::statusChanged;
+};
+
+/// A process that shows `statuses` and then ends with kGoesOn.
+class Showing : public ForkedRun {
+public:
+    Showing(bool followUpload, const std::vector<TStatus>& statuses)
+        : ForkedRun([&] {
+              Viewer viewer(followUpload);
+              for (const TStatus& status : statuses) viewer.statusChanged(status);
+              return kGoesOn;
+          }) {}
+};
+
+struct Row {
+    const char* why;
+    std::uint32_t state;
+    const char* text;
+    bool ends;
+};
+class ConsoleViewerState : public testing::TestWithParam<Row> {
+protected:
+    std::string block() const {
+        return std::string(
+                   "\x1b[6A"
+                   "Upload state:\x1b[0K\n"
+                   "    mode     Global\x1b[0K\n"
+                   "    state    ") +
+               GetParam().text +
+               "\x1b[0K\n"
+               "    progress 42%\x1b[0K\n"
+               "    adr      2a\x1b[0K\n"
+               "    serial   12345\x1b[0K\n";
+    }
+    const TStatus status{Global, GetParam().state, 42, 0x2A, 12345};
+};
+
+TEST_P(ConsoleViewerState, IsPaintedAndEndsTheProcessWhenItIsFinal) {
+    Showing process(true, {status});
+    EXPECT_EQ(process.wait(), GetParam().ends ? 0 : kGoesOn);
+    EXPECT_EQ(process.standardOutput(), "\n\n\n\n\n\n\n" + block() + (GetParam().ends ? "\n" : ""));
+    EXPECT_EQ(process.standardError(), "");
+}
+
+TEST_P(ConsoleViewerState, EndsTheProcessAtOnceWithoutFollowing) {
+    Showing process(false, {status});
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_EQ(process.standardOutput(), "\n\n\n\n\n\n\n" + block() + "\n");
+}
+
+TEST_P(ConsoleViewerState, IsPaintedOverTheBlockBefore) {
+    Showing process(true, {{Global, Idle, 42, 0x2A, 0xFFFFFFFF}, status});
+    EXPECT_EQ(process.wait(), GetParam().ends ? 0 : kGoesOn);
+    EXPECT_EQ(process.standardOutput(),
+              "\n\n\n\n\n\n\n"
+              "\x1b[6A"
+              "Upload state:\x1b[0K\n"
+              "    mode     Global\x1b[0K\n"
+              "    state    Idle\x1b[0K\n"
+              "    progress 42%\x1b[0K\n"
+              "    adr      2a\x1b[0K\n"
+              "    serial   ---\x1b[0K\n" +
+                  block() + (GetParam().ends ? "\n" : ""));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ConsoleViewerState,
+    testing::Values(Row{"locked", 0, "Locked", true}, Row{"idle", 1, "Idle", false},
+                    Row{"preparing", 2, "Preparing for upload", false},
+                    Row{"searching", 3, "Searching for device", false}, Row{"erasing", 4, "Erasing FLASH", false},
+                    Row{"programming", 5, "Programming", false}, Row{"done", 6, "Done", true},
+                    Row{"unknownKeepsWaiting", 7, "unknown", false}, Row{"lastOfTheGap", 99, "unknown", false},
+                    Row{"deviceNotFound", 100, "Error! Device not found.", true},
+                    Row{"eraseTimeout", 101, "Error! Timed out while waiting for FLASH erase.", true},
+                    Row{"responseTimeout", 102, "Error! Timed out while waiting for response.", true},
+                    Row{"hexFileNotFound", 103, "Error! Unable to find the hex file.", true},
+                    Row{"hexFileOpen", 104, "Error! Unable to open the hex file.", true},
+                    Row{"hexFileFormat", 105, "Error! The hex file is incorrectly formatted.", true},
+                    Row{"beyondTheNames", 106, "unknown", true}, Row{"largestByte", 255, "unknown", true},
+                    Row{"largestSigned", 2147483647, "unknown", true},
+                    Row{"signBitKeepsWaiting", 2147483648U, "unknown", false},
+                    Row{"allOnesKeepsWaiting", 4294967295U, "unknown", false}),
+    [](const auto& row) { return std::string(row.param.why); });
+
+TEST(ConsoleViewer, PaintsNothingByItself) {
+    ForkedRun process([] {
+        const Viewer viewer(true);
+        return kGoesOn;
+    });
+    EXPECT_EQ(process.wait(), kGoesOn);
+    EXPECT_EQ(process.standardOutput(), "");
+}
+
+TEST(ConsoleViewer, AFinalStateIsTheLastThatIsPainted) {
+    Showing process(true, {{0, Done, 100, 1, 1}, {0, Idle, 0, 1, 1}});
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_EQ(process.standardOutput().find("Idle"), std::string::npos);
+}
+
+}  // namespace
