@@ -8,10 +8,14 @@ namespace sockettest {
 namespace {
 
 std::atomic<ReplacedCalls*> current{nullptr};
+std::atomic<pthread_t> ownThread{0};  // beside the object, which may die while the timer thread asks
 
 }  // namespace
 
-ReplacedCalls::ReplacedCalls() { current = this; }
+ReplacedCalls::ReplacedCalls() {
+    ownThread = pthread_self();
+    current = this;
+}
 ReplacedCalls::~ReplacedCalls() { current = nullptr; }
 
 /// The replacement that stands in `member`, null when there is none.
@@ -19,6 +23,12 @@ template <typename Function>
 const Function* replacement(Function Calls::*member) {
     const ReplacedCalls* const calls = current;
     return calls != nullptr && calls->*member ? &(calls->*member) : nullptr;
+}
+
+/// The same, null on other threads than that of the object.
+template <typename Function>
+const Function* replacementHere(Function Calls::*member) {
+    return pthread_equal(ownThread, pthread_self()) != 0 ? replacement(member) : nullptr;
 }
 
 bool mayAllocate(std::size_t size) {
@@ -30,6 +40,7 @@ bool mayAllocate(std::size_t size) {
 
 using sockettest::Calls;
 using sockettest::replacement;
+using sockettest::replacementHere;
 
 extern "C" {
 
@@ -74,14 +85,14 @@ pthread_t __wrap__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(int priority, thr
 #define SOCKETTEST_WRAP_CLOCKS(timeOfDay, clock)                                      \
     int __real_##timeOfDay(timeval* now, void* zone);                                 \
     int __wrap_##timeOfDay(timeval* now, void* zone) {                                \
-        const auto* const call = replacement(&Calls::gettimeofday);                   \
+        const auto* const call = replacementHere(&Calls::gettimeofday);               \
         if (call == nullptr) return __real_##timeOfDay(now, zone);                    \
         *now = (*call)();                                                             \
         return 0;                                                                     \
     }                                                                                 \
     int __real_##clock(clockid_t id, timespec* now);                                  \
     int __wrap_##clock(clockid_t id, timespec* now) {                                 \
-        const auto* const call = replacement(&Calls::clock_gettime);                  \
+        const auto* const call = replacementHere(&Calls::clock_gettime);              \
         if (call == nullptr || id != CLOCK_MONOTONIC) return __real_##clock(id, now); \
         *now = (*call)();                                                             \
         return 0;                                                                     \

@@ -30,6 +30,7 @@ struct Calls {
     std::function<int(int, int, int)> socket;
     std::function<int(int, const sockaddr*, socklen_t)> connect;
     std::function<int(const char*, const char*, const addrinfo*, addrinfo**)> getaddrinfo;
+    /// The clocks are replaced on the thread of the object alone: the timer thread always runs.
     std::function<timeval()> gettimeofday;
     /// For CLOCK_MONOTONIC.
     std::function<timespec()> clock_gettime;

@@ -232,7 +232,7 @@ TEST_P(CutPacket, FailsWithoutALineWhenThePeerResets) {
     const Bytes whole = hex("0000000C 0007 0008 01020304");
     TcpPair stream;
     ReplacedCalls calls;
-    calls.recv = [&stream, &whole, left = GetParam()](int fd, void* buffer, std::size_t count, int flags) mutable {
+    calls.recv = [&stream, left = GetParam()](int fd, void* buffer, std::size_t count, int flags) mutable {
         if (left == 0) stream.far.reset();
         const ssize_t got = __real_recv(fd, buffer, left == 0 ? count : 1, flags);
         --left;
