@@ -52,6 +52,9 @@ function(dunmallow_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE dunmallow_options ${arg_LINKS} GTest::gmock_main)
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  # Tests are compiled more often than they run: no optimising, and the common headers once.
+  target_compile_options(${name} PRIVATE -O0 -g1 -U_FORTIFY_SOURCE)
+  target_precompile_headers(${name} REUSE_FROM test_headers)
   add_test(NAME ${name}
     COMMAND ${name} --gtest_shuffle --gtest_brief=1 "--gtest_output=xml:${CMAKE_BINARY_DIR}/results/${name}.xml")
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "unit;${arg_LABELS}")
