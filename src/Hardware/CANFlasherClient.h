@@ -14,11 +14,11 @@
 
 namespace CANFlasher {
 
-/// What `upload` answers.
-inline constexpr std::uint32_t kUploadRequested = 0;
-inline constexpr std::uint32_t kUploadFileNotFound = 1;
-inline constexpr std::uint32_t kUploadInvalidAddress = 2;
-inline constexpr std::uint32_t kUploadServerNotReachable = 3;
+// What `upload` answers.
+inline constexpr std::uint32_t kUploadRequested = 0;           ///< on its way, or a path that is no regular file
+inline constexpr std::uint32_t kUploadFileNotFound = 1;        ///< the path leads nowhere
+inline constexpr std::uint32_t kUploadInvalidAddress = 2;      ///< above 253
+inline constexpr std::uint32_t kUploadServerNotReachable = 3;  ///< no connection to the server
 
 /// One upload at a time over one connection, which is dropped when the server's work on the device ends.
 ///
@@ -32,10 +32,10 @@ inline constexpr std::uint32_t kUploadServerNotReachable = 3;
 /// while a hook runs or a packet is sent, and none is taken under another.
 class CANFlasherClient : public ProprietarySocketClient {
 public:
-    using TUpdCmd = CANFlasher::TUpdCmd;
-    using TMode = CANFlasher::TMode;
-    using TState = CANFlasher::TState;
-    using TStatus = CANFlasher::TStatus;
+    using TUpdCmd = CANFlasher::TUpdCmd;  ///< command of the worker thread
+    using TMode = CANFlasher::TMode;      ///< how the server reaches the device
+    using TState = CANFlasher::TState;    ///< where the upload stands
+    using TStatus = CANFlasher::TStatus;  ///< the server's view of the upload
 
     /// A client of the server at `host` (null: "127.0.0.1") and TCP port `port`. Starts the worker thread, connects
     /// nothing.

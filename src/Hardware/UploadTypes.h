@@ -52,10 +52,10 @@ struct TStatus {
 
 /// What the caller asked to upload.
 struct UploadRequest {
-    TMode mode = ISOStyle;
+    TMode mode = ISOStyle;       ///< its low byte goes on the wire
     std::int32_t address = 254;  ///< negative values pass; the low byte goes on the wire
-    std::uint32_t serial = 0;
-    std::string hexFile;  ///< resolved absolute path; the server opens it by this name
+    std::uint32_t serial = 0;    ///< device serial number
+    std::string hexFile;         ///< resolved absolute path; the server opens it by this name
 };
 
 /// True for the states in which the server works on the device: Preparing to Programming.

@@ -12,9 +12,9 @@ inline constexpr std::uint32_t EvtShutdown = 21;
 
 /// The event that was taken last.
 struct CurrentEvent {
-    std::uint32_t id = 0;
-    std::uint32_t parameter = 0;
-    std::uint32_t extra = 0;  ///< always 0
+    std::uint32_t id = 0;         ///< as posted; 0 when none was taken
+    std::uint32_t parameter = 0;  ///< as posted
+    std::uint32_t extra = 0;      ///< always 0
 };
 
 /// Ring of 200 events, oldest out first. Any thread may call any member, and so may a handler of SIGINT or SIGTERM
@@ -76,14 +76,23 @@ private:
     Handler handler = nullptr;
 };
 
-/// The members of the ring of this process.
+// The ring of this process; initEvents makes it ready. It lives as long as the process.
+
+/// EventRing::initEvents of the process's ring.
 std::uint32_t initEvents();
+/// EventRing::setEventHandler of the process's ring.
 std::uint32_t setEventHandler(EventRing::Handler handler);
+/// EventRing::postEvent of the process's ring.
 std::uint32_t postEvent(std::uint32_t queue, std::uint32_t id, std::uint32_t parameter);
+/// EventRing::dispatchEvent of the process's ring.
 std::uint32_t dispatchEvent();
+/// EventRing::takeEvent of the process's ring.
 std::uint32_t takeEvent(std::uint32_t& parameter);
+/// EventRing::takeEvent of the process's ring.
 std::uint32_t takeEvent(std::uint32_t queue, std::uint32_t& parameter);
+/// EventRing::currentEvent of the process's ring.
 std::uint32_t currentEvent(CurrentEvent& out);
+/// EventRing::eventWaiting of the process's ring.
 std::uint32_t eventWaiting();
 
 }  // namespace CANFlasher

@@ -12,14 +12,14 @@ namespace CANFlasher {
 struct FlasherOptions {
     /// Written by the shutdown event and by the main flow's error exit, read by the main flow's wait loop.
     std::atomic<bool> quitRequested{false};
-    const char* hexFile = nullptr;  ///< as typed; null: nothing to upload
-    TMode mode = ISOStyle;
-    std::uint32_t serialNumber = 0;
+    const char* hexFile = nullptr;    ///< as typed; null: nothing to upload
+    TMode mode = ISOStyle;            ///< upload mode
+    std::uint32_t serialNumber = 0;   ///< serial number of the device
     std::int32_t interfaceIndex = 0;  ///< CAN interface of the server: 0 is CAN0
     /// Device address. The default is not accepted by an upload, so that a run without one ends with a message.
     std::int32_t address = 254;
-    std::int32_t port = 41265;
-    const char* hostName = "localhost";
+    std::int32_t port = 41265;           ///< TCP port of the server, 2000 to 65535
+    const char* hostName = "localhost";  ///< name or address of the server's computer
 };
 
 /// The record of this process. Filled by the option parser on the main thread before any other thread exists.
