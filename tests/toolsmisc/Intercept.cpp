@@ -35,11 +35,17 @@ void record(const std::string& call) {
     if (CloseJournal::current != nullptr) CloseJournal::current->calls.push_back(call);
 }
 
+void countMove() {
+    if (CurrentDirectoryMoves::current != nullptr) ++CurrentDirectoryMoves::current->calls;
+}
+
 /// How many bytes the call may do, -1 for a failing one.
 ssize_t allowed(const char* call, std::size_t count) {
     ShortTransfer* const script = ShortTransfer::current;
     const auto all = static_cast<ssize_t>(count);
-    if (script == nullptr || script->call != call || ++script->calls != script->nth) return all;
+    if (script == nullptr || script->call != call) return all;
+    script->counts.push_back(count);
+    if (static_cast<int>(script->counts.size()) != script->nth) return all;
     errno = EIO;
     return std::min(script->result, all);
 }
@@ -93,7 +99,22 @@ int __wrap_fsync(int fd) {
 int __real_close(int fd);
 int __wrap_close(int fd) {
     record("close " + std::to_string(fd));
-    return __real_close(fd);
+    const int result = __real_close(fd);
+    if (CloseJournal::current == nullptr || --CloseJournal::current->untilFailure != 0) return result;
+    errno = EIO;
+    return -1;
+}
+
+int __real_chdir(const char* path);
+int __wrap_chdir(const char* path) {
+    countMove();
+    return __real_chdir(path);
+}
+
+int __real_fchdir(int fd);
+int __wrap_fchdir(int fd) {
+    countMove();
+    return __real_fchdir(fd);
 }
 
 ssize_t __real_read(int fd, void* buffer, std::size_t count);

@@ -48,9 +48,18 @@ struct UnlinkAction : Scripted<UnlinkAction> {
     int calls = 0;
 };
 
-/// Records "fsync 5", "close 5" and "sync" in the order of the calls.
+/// Records "fsync 5", "close 5" and "sync" in the order of the calls. The `failing`-th close (from 1) closes, but says
+/// that it failed with EIO.
 struct CloseJournal : Scripted<CloseJournal> {
+    explicit CloseJournal(int failing = 0) : untilFailure(failing) {}
+
     std::vector<std::string> calls;
+    int untilFailure;
+};
+
+/// Counts the attempts to move the current directory.
+struct CurrentDirectoryMoves : Scripted<CurrentDirectoryMoves> {
+    int calls = 0;
 };
 
 /// The `nth` call (from 1) of `read` or `write` does at most `result` bytes, or fails with EIO when `result` is -1.
@@ -61,7 +70,7 @@ struct ShortTransfer : Scripted<ShortTransfer> {
     std::string call;
     int nth;
     ssize_t result;
-    int calls = 0;
+    std::vector<std::size_t> counts;  // what each call was asked for
 };
 
 /// What `getpwuid_r` knows: a home folder, or no such user. Says ERANGE for buffers smaller than `leastBuffer`.
