@@ -10,5 +10,5 @@ function(dunmallow_add_script_test name file)
   add_test(NAME ${name}
     COMMAND "${DUNMALLOW_PYTHON}" -B -m pytest -p no:cacheprovider -q "${CMAKE_CURRENT_SOURCE_DIR}/${file}"
             "--junitxml=${CMAKE_BINARY_DIR}/results/${name}.xml" ${arg_ARGUMENTS})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS unit)
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "unit;script")
 endfunction()
