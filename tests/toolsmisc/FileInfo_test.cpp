@@ -77,7 +77,7 @@ private:
 };
 
 TEST(FindFirst, FillsEveryField) {
-    const ScopedZone zone("XXX-1");
+    const ScopedZone zone("EAS-1");
     const TempFolder folder;
     fs::create_directory(folder / "data");
     chmod((folder / "data").c_str(), 0755);
@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, ModificationTime,
                                          TimeRow{"singleDigits", "UTC0", 1704164645, 30405, 20240102},
                                          TimeRow{"leapDay", "UTC0", 1709251199, 235959, 20240229},
                                          TimeRow{"december", "UTC0", 1735689599, 235959, 20241231},
-                                         TimeRow{"east", "XXX-5:30", 1704458701, 181501, 20240105},
+                                         TimeRow{"east", "EAS-5:30", 1704458701, 181501, 20240105},
                                          TimeRow{"westOnTheDayBefore", "XXX13", 1704458701, 234501, 20240104},
                                          TimeRow{"beyond2038", "UTC0", 4102444800, 0, 21000101}),
                          RowName());
