@@ -1,6 +1,7 @@
 #pragma once
 /// From command line and environment to the scenario that is played.
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,7 +19,7 @@ using Environment = std::function<std::string(const char* name)>;
 std::string processEnvironment(const char* name);
 
 /// Largest scenario file.
-inline constexpr std::size_t kLargestScenarioBytes = 1024 * 1024;
+inline constexpr std::size_t kLargestScenarioBytes = std::size_t{1024} * 1024;
 
 /// Where a scenario called `name` is looked for, in this order: `name` itself when it has a "/"; otherwise `folder`
 /// with and without the ending ".scenario", then the current folder. Pure.

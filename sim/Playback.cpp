@@ -26,13 +26,12 @@ void Playback::take(const Step& step, Stage& stage) {
 void Playback::takeNormal(const Normal& normal, Stage& stage) {
     if (!frames) frames = stage.beginUpload();
     if (!frames) return end();
-    if (nextFrame == frames->size() || passed(normal.until)) {
-        ++next;
+    if (nextFrame == frames->size() || passed(normal.until) ||
+        (frameWaited && (*frames)[nextFrame].state > normal.until.state)) {
+        ++next;  // a later state, whose time has come, waits for the next step
     } else if (!frameWaited) {
         frameWaited = true;
         postpone((*frames)[nextFrame].after);
-    } else if ((*frames)[nextFrame].state > normal.until.state) {
-        ++next;  // the state's time is over, the next state waits for the next step
     } else {
         stage.show((*frames)[nextFrame++]);
         frameWaited = false;
