@@ -44,7 +44,8 @@ PackedDate packedLocalDate() {
 // Cuts the day at midnight UTC although packedLocalTime reads local time: terminals set their clock from UTC sources
 // and show it locally.
 timeval clockWithTime(timeval now, PackedTime t) {
-    now.tv_sec = now.tv_sec / kSecondsPerDay * kSecondsPerDay + t.hour * 3600 + t.minute * 60 + t.second;
+    const int secondOfDay = t.hour * 3600 + t.minute * 60 + t.second;
+    now.tv_sec = now.tv_sec / kSecondsPerDay * kSecondsPerDay + secondOfDay;
     return now;
 }
 

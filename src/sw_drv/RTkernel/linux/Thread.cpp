@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -90,7 +91,7 @@ void* startRoutine(void* argument) {
     if (record->originFile != nullptr) printStartLines(*record);
     const std::uint32_t result = record->function(record->argument);
     record.reset();
-    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(result));
+    return std::bit_cast<void*>(std::uintptr_t{result});
 }
 
 void setScheduling(int rtPriority) {
@@ -143,7 +144,7 @@ std::uint32_t threadJoin(pthread_t thread) {
     // The C library reads through the handle, which a failed ThreadCreate leaves at 0.
     const int error = thread == 0 ? ESRCH : pthread_join(thread, &result);
     if (error != 0) reportError("threadfunc::threadJoin() - pthread_join() reports error: ", error);
-    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(result));
+    return static_cast<std::uint32_t>(std::bit_cast<std::uintptr_t>(result));
 }
 
 void InitThread(int rtPriority) {

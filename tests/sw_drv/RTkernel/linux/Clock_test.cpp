@@ -238,7 +238,9 @@ TEST_F(SimulatedTime, IsWhatTheLocalTimeAndDateShow) {
     EXPECT_EXIT(show(), testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(SimulatedTime, MayBeReadByOtherThreadsWhileItMoves) {
+class SimulatedTimeOfThreads : public kittest::FreshProcess {};
+
+TEST_F(SimulatedTimeOfThreads, MayBeReadWhileItMoves) {
     const auto read = [] {
         threadfunc::advanceSimulatedTime(0);
         const timeval first = threadfunc::wallClockNow();

@@ -65,7 +65,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(ThreadCreate, DestroysTheAttributesOfAStartedThreadToo) {
     injected::attributesDestroy.watch();
     EXPECT_EQ(threadfunc::threadJoin(startThread()), 5U);
-    EXPECT_EQ(injected::attributesDestroy.calls(), 1);
+    const int calls = injected::attributesDestroy.calls();
+    EXPECT_TRUE(calls == 1 || (calls > 1 && testsupport::instrumentedBuild())) << calls;  // sanitizers have their own
 }
 
 // A signal that came between the start of a thread and its own blocking of signals once was handled there.
