@@ -213,18 +213,21 @@ def test_other_addresses_go_out_as_their_low_byte(rig, address, byte):
 
 
 def test_a_server_that_is_gone_when_the_upload_is_requested(rig):
-    """The link breaks between start and upload request: only a server that accepts and closes at once shows this."""
+    """The link breaks at once: the program waits, or says which step found no server, and never crashes."""
     server = rig.scripted_server()
     run = rig.run("-u", rig.hex_file(), "-p", server.port, "-a", "1", "-s", "127.0.0.1")
     server.accept().close()
     server.socket.close()
-    # Which check meets the broken link first depends on timing: both ends are documented.
+    # Which check meets the broken link first depends on timing: all three ends are documented.
     if run.still_runs(2.0):
         run.signal(signal.SIGINT)
         assert run.wait() == 0
     else:
         assert run.wait() == 1
-        assert run.errors.decode() == f"Unable to locate server application: '{rig.server_path}\n"
+        assert run.errors.decode() in (
+            "Unable to start server application\n",
+            f"Unable to locate server application: '{rig.server_path}\n",
+        )
 
 
 def test_an_unresolvable_host_ends_the_run_with_its_message(rig):
