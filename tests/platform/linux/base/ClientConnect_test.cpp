@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 
@@ -231,14 +232,15 @@ TEST_F(ClientConnect, MissingMemoryFailsTheAttemptAndNothingElse) {
     LoopbackServer server;
     TestClient client(server.port());
     ReplacedCalls calls;
+    std::atomic<int> left{0};  // counted down by all threads of the link
+    calls.mayAllocate = [&left](std::size_t) { return left-- > 0; };
     bool connected = false;
     for (int allowed = 0; !connected; ++allowed) {
         ASSERT_LT(allowed, 30);
-        calls.mayAllocate = [left = allowed](std::size_t) mutable { return left-- > 0; };
+        left = allowed;
         connected = client.connectToServer();
         if (!connected) client.closeSocket(true);
     }
-    calls.mayAllocate = nullptr;
     client.closeSocket(true);
 }
 
