@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <regex>
@@ -86,7 +87,7 @@ TEST(CANFlasherClientWorker, IsStartedByTheConstructorWithItsOrigin) {
     }
     threadfunc::threadQuietOn();
     EXPECT_TRUE(std::regex_match(output.text(), std::regex("Starting thread\\. Process: [0-9]+, thread: [0-9]+, "
-                                                           "priority: -?[0-9]+\n"
+                                                           "priority: (30|99)\n"  // 99: no right to a priority
                                                            "Call origin: Hardware/CANFlasherClient line 62\n")))
         << output.text();
 }
@@ -242,6 +243,37 @@ TEST_F(CANFlasherClientTest, BusyReportsKeepTheConnection) {
     for (const int state : {2, 3, 4, 5}) connection.write(statusPacket(state, 0));
     hooksAfter(5);
     EXPECT_TRUE(connection.isSilentFor(50ms));
+}
+
+TEST_F(CANFlasherClientTest, TheDisconnectIsAskedForBetweenTheTwoHooks) {
+    std::atomic<bool> released{false};
+    std::atomic<int> waiting{0};
+    HandConnection connection = connect();
+    client.onConnect = [&] {
+        ++waiting;
+        return waitFor([&] { return released.load(); });
+    };
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdPoll));  // keeps the worker
+    ASSERT_TRUE(waitFor([&] { return waiting == 1; }));
+    std::vector<int> commandsWaiting;
+    client.onHook = [&] { commandsWaiting.push_back(client.updateQueue.size()); };
+    connection.write(statusPacket(5, 1));
+    connection.write(statusPacket(6, 1));
+    hooksAfter(4);
+    released = true;
+    client.shutDown();
+    EXPECT_THAT(commandsWaiting, ElementsAre(0, 0, 0, 1));
+}
+
+TEST_F(CANFlasherClientTest, TheEndMarkEndsTheWorkerAndTheConnectionForGood) {
+    HandConnection connection = connect();
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdQuit));
+    EXPECT_TRUE(connection.endsByPeer());
+    EXPECT_FALSE(client.connectToServer());
+    const int connects = client.connectCalls;
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdPoll));
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(client.connectCalls, connects) << "nobody takes commands any more";
 }
 
 class CANFlasherClientEnd : public CANFlasherClientTest, public testing::WithParamInterface<int> {};

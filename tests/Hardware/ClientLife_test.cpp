@@ -183,14 +183,14 @@ TEST(ClientLife, AFullQueueDoesNotHoldUpDestruction) {
     HandServer server;
     auto client = std::make_unique<RecordingClient>(server.port());
     client->onConnect = [] {
-        std::this_thread::sleep_for(30ms);
+        std::this_thread::sleep_for(100ms);
         return false;
     };
     while (client->updateQueue.tryPut(UpdPoll)) {
     }
     const auto begin = std::chrono::steady_clock::now();
     mustReturn("destruction with a full queue", [&] { client.reset(); });
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s) << "what waited was discarded";
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "what waited was discarded";
 }
 
 // A peer that does not read keeps the transmit buffer full, and the worker once waited for room in it for ever.

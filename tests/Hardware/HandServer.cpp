@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -82,6 +83,13 @@ Bytes HandConnection::readPacket(std::chrono::milliseconds limit) {
 bool HandConnection::endsByPeer(std::chrono::milliseconds limit) {
     std::uint8_t byte = 0;
     return waitReadable(descriptor, after(limit)) && recv(descriptor, &byte, 1, 0) <= 0;
+}
+
+bool HandConnection::endsAfterMore(std::chrono::milliseconds limit) {
+    std::array<std::uint8_t, 4096> ignored{};
+    for (const Moment end = after(limit); waitReadable(descriptor, end);)
+        if (recv(descriptor, ignored.data(), ignored.size(), 0) <= 0) return true;
+    return false;
 }
 
 bool HandConnection::isSilentFor(std::chrono::milliseconds length) { return !waitReadable(descriptor, after(length)); }

@@ -33,6 +33,8 @@ public:
     Bytes readPacket(std::chrono::milliseconds limit = kDeadline);
     /// True when the peer closes, and sends nothing before that.
     bool endsByPeer(std::chrono::milliseconds limit = kDeadline);
+    /// True when the peer closes, whatever it sends before that.
+    bool endsAfterMore(std::chrono::milliseconds limit = kDeadline);
     /// True when nothing comes, not even the end, for all of `length`.
     bool isSilentFor(std::chrono::milliseconds length);
     void close();

@@ -53,6 +53,7 @@ protected:
 };
 
 TEST_F(Upload, AsksForTheStatusThenSendsResetAndRequestOnTheSecondStep) {
+    client.pollTimer.setInterval(60'000);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(request(hexFile), kUploadRequested);
     HandConnection connection = server.accept();
@@ -65,12 +66,11 @@ TEST_F(Upload, AsksForTheStatusThenSendsResetAndRequestOnTheSecondStep) {
 }
 
 TEST_F(Upload, PollsEverySecond) {
+    client.stepTimer.setInterval(60'000);
     EXPECT_EQ(request(hexFile), kUploadRequested);
     HandConnection connection = server.accept();
     EXPECT_EQ(connection.readPacket(), kStatusRequest);
     auto before = std::chrono::steady_clock::now();
-    connection.readPacket();
-    connection.readPacket();
     for (int poll = 0; poll < 2; ++poll) {
         EXPECT_EQ(connection.readPacket(), kStatusRequest);
         EXPECT_GE(since(before), 950ms);
@@ -81,6 +81,7 @@ TEST_F(Upload, PollsEverySecond) {
 
 TEST_F(Upload, TheStepTimerIsNotRestartedAfterTheRequest) {
     client.stepTimer.setInterval(5);
+    client.pollTimer.setInterval(60'000);
     EXPECT_EQ(request(hexFile), kUploadRequested);
     HandConnection connection = server.accept();
     connection.readPacket();
@@ -99,6 +100,8 @@ struct AddressRow {
 class UploadAddress : public Upload, public testing::WithParamInterface<AddressRow> {};
 
 TEST_P(UploadAddress, IsAcceptedAndItsLowByteSent) {
+    client.stepTimer.setInterval(1);
+    client.pollTimer.setInterval(60'000);
     EXPECT_EQ(request(hexFile, GetParam().address), kUploadRequested);
     HandConnection connection = server.accept();
     connection.readPacket();
@@ -189,12 +192,18 @@ TEST(UploadWithoutServer, IsRefusedAfterSixAttempts) {
 }
 
 TEST_F(Upload, AFileThatIsGoneByThenIsNotRequested) {
-    client.stepTimer.setInterval(30);
-    client.pollTimer.setInterval(150);
+    client.pollTimer.setInterval(60'000);
+    std::atomic<int> calls{0};
+    client.onConnect = [&] {
+        if (++calls == 3) unlink(hexFile.c_str());  // the upload, its status request, the first step
+        return client.CANFlasherClient::connectToServer();
+    };
     EXPECT_EQ(request(hexFile), kUploadRequested);
-    unlink(hexFile.c_str());
     HandConnection connection = server.accept();
-    for (int poll = 0; poll < 3; ++poll) EXPECT_EQ(connection.readPacket(), kStatusRequest) << poll;
+    EXPECT_EQ(connection.readPacket(), kStatusRequest);
+    EXPECT_TRUE(waitFor([&] { return calls == 4; }));
+    EXPECT_TRUE(connection.isSilentFor(50ms));
+    client.shutDown();
 }
 
 TEST_F(Upload, SuppressedPollingSendsNoStatusRequest) {
@@ -266,29 +275,59 @@ TEST_F(Upload, ALinkLostBeforeTheResetAppliesTheDefaultStatus) {
     client.shutDown();
 }
 
-TEST_F(Upload, ASecondRequestBeginsItsTwoStepsAnew) {
+/// Keeps the worker in the `number`th attempt to connect until it is let go.
+class HeldWorker {
+public:
+    HeldWorker(RecordingClient& held, int number) {
+        held.onConnect = [this, &held, number] {
+            if (++calls == number) {
+                arrived = true;
+                EXPECT_TRUE(waitFor([this] { return released.load(); }));
+            }
+            return held.CANFlasherClient::connectToServer();
+        };
+    }
+    bool hasArrived() {
+        return waitFor([this] { return arrived.load(); });
+    }
+    void letGo() { released = true; }
+
+private:
+    std::atomic<int> calls{0};
+    std::atomic<bool> arrived{false};
+    std::atomic<bool> released{false};
+};
+
+TEST_F(Upload, ASecondRequestReplacesTheFirstAndBeginsItsTwoStepsAnew) {
     client.suppressPolling = true;
+    HeldWorker worker(client, 3);  // the upload, the first step, the second
     EXPECT_EQ(request(hexFile, 1), kUploadRequested);
     HandConnection connection = server.accept();
-    EXPECT_TRUE(waitFor([&] { return client.connectCalls == 2; })) << "the first step has come";
+    EXPECT_TRUE(worker.hasArrived());
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(request(hexFile, 2), kUploadRequested);
+    worker.letGo();
     EXPECT_EQ(connection.readPacket(), kStatusReset);
-    EXPECT_GE(since(begin), 96ms);
+    EXPECT_GE(since(begin), 48ms) << "the step that was held came too early for the second request, and only armed it";
     EXPECT_EQ(connection.readPacket(), uploadPacket(2, 2, hexFile));
-    EXPECT_TRUE(connection.isSilentFor(120ms)) << "the first request is replaced";
+    EXPECT_TRUE(connection.isSilentFor(120ms));
 
     EXPECT_EQ(request(hexFile, 3), kUploadRequested);
     EXPECT_EQ(connection.readPacket(), kStatusReset) << "a request after that goes out again";
     EXPECT_EQ(connection.readPacket(), uploadPacket(2, 3, hexFile));
+    client.shutDown();
 }
 
 TEST_F(Upload, ADirectoryReplacesARequestThatHasNotGoneOut) {
     client.suppressPolling = true;
+    HeldWorker worker(client, 2);
     EXPECT_EQ(request(hexFile), kUploadRequested);
     HandConnection connection = server.accept();
+    EXPECT_TRUE(worker.hasArrived());
     EXPECT_EQ(request(folder.path()), kUploadRequested);
+    worker.letGo();
     EXPECT_TRUE(connection.isSilentFor(150ms));
+    client.shutDown();
 }
 
 TEST_F(Upload, UnknownCommandsOfTheWorkerAreIgnored) {
