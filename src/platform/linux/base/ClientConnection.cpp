@@ -152,7 +152,3 @@ void ProprietarySocketClient::finishClose(std::uint32_t number) {
     dispatchThread = 0;
     closing = closedForGood;
 }
-
-bool ProprietarySocketClient::onDispatchThread() const {
-    return dispatchThread != 0 && pthread_equal(dispatchThread, pthread_self()) != 0;
-}

@@ -3,12 +3,14 @@
 #include <cstdio>
 #include <utility>
 
-using threadfunc::MutexLock;
-
 namespace {
 
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr int kEndOfLink = 0;
+
+/// The client whose hooks run on this thread. The thread's handle would not tell: it may be a new thread's as soon as
+/// this one was joined.
+thread_local const ProprietarySocketClient* dispatching = nullptr;
 
 }  // namespace
 
@@ -57,9 +59,12 @@ void ProprietarySocketClient::reportRecovery() {
 }
 
 std::uint32_t ProprietarySocketClient::runDispatch(void* client) {
+    dispatching = static_cast<ProprietarySocketClient*>(client);
     static_cast<ProprietarySocketClient*>(client)->dispatchPackets();
     return 0;
 }
+
+bool ProprietarySocketClient::onDispatchThread() const { return dispatching == this; }
 
 void ProprietarySocketClient::dispatchPackets() {
     dispatchRunning = true;

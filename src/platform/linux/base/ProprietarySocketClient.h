@@ -118,9 +118,9 @@ private:
 
     bool announceClose(bool reopen, std::uint32_t& number) EXCLUDES(linkMutex);
     void finishClose(std::uint32_t number) REQUIRES(closeMutex) EXCLUDES(linkMutex);
-    bool onDispatchThread() const REQUIRES(linkMutex);
 
     static std::uint32_t runDispatch(void* client);
+    bool onDispatchThread() const;
     void dispatchPackets();
     bool offerPacket(PacketPtr& packet);
     void reportRecovery();

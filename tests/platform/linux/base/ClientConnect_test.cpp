@@ -1,5 +1,8 @@
 // Connecting: ProprietarySocketClient::connectToServer.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -81,6 +84,30 @@ TEST_F(ClientConnect, NobodyListeningIsASilentFailureThatMayBeRepeated) {
     }
     port.listenNow();
     EXPECT_TRUE(client.connectToServer());
+}
+
+// Options that one could think of: none is set, and the system closes the socket in programs started from here.
+TEST_F(ClientConnect, SocketIsAsTheSystemMakesIt) {
+    LoopbackServer server;
+    TestClient client(server.port());
+    ASSERT_TRUE(client.connectToServer());
+    const Peer fresh(::socket(AF_INET, SOCK_STREAM, 0));
+    struct Option {
+        const char* name;
+        int level, id;
+    };
+    for (const Option& option :
+         {Option{"TCP_NODELAY", IPPROTO_TCP, TCP_NODELAY}, Option{"SO_KEEPALIVE", SOL_SOCKET, SO_KEEPALIVE},
+          Option{"SO_REUSEADDR", SOL_SOCKET, SO_REUSEADDR}, Option{"SO_LINGER", SOL_SOCKET, SO_LINGER},
+          Option{"SO_RCVTIMEO", SOL_SOCKET, SO_RCVTIMEO}, Option{"SO_SNDTIMEO", SOL_SOCKET, SO_SNDTIMEO}}) {
+        Bytes ours(16), usual(16);
+        socklen_t oursLength = 16, usualLength = 16;
+        EXPECT_EQ(getsockopt(client.descriptor(), option.level, option.id, ours.data(), &oursLength), 0);
+        EXPECT_EQ(getsockopt(fresh.descriptor(), option.level, option.id, usual.data(), &usualLength), 0);
+        EXPECT_EQ(ours, usual) << option.name;
+    }
+    EXPECT_EQ(fcntl(client.descriptor(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(fcntl(client.descriptor(), F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(ClientConnect, ConnectsByName) {
@@ -373,6 +400,25 @@ TEST_F(UnresolvableHostDeathTest, OnTwoThreadsAtOnce) {
             _exit(9);
         },
         testing::ExitedWithCode(1), "getaddrinfo\\([ab].example\\): Non-recoverable failure in name resolution\n");
+}
+
+// The final state of an upload ends the process from within the hook, while the worker drops the connection.
+TEST(EndOfProcessDeathTest, HookEndsTheProcessWhileAnotherThreadCloses) {
+    const auto endInHook = [] {
+        LoopbackServer server;
+        TestClient client(server.port());
+        client.onPacket = [&client](TPacket*&) {
+            EXPECT_TRUE(waitFor([&client] { return client.status().closing; }));
+            threadfunc::exitProcess(3);
+        };
+        client.connectToServer();
+        const Peer peer = server.accept();
+        peer.write(hex("00000008 0007 0008"));
+        EXPECT_TRUE(client.hasReceived(1));
+        client.closeSocket(true);
+        _exit(9);
+    };
+    EXPECT_EXIT(endInHook(), testing::ExitedWithCode(3), "^$");
 }
 
 }  // namespace

@@ -299,6 +299,15 @@ TEST_F(TransmitBuffer, WaitingSenderReportsTheRecoveryToo) {
     EXPECT_EQ(output.text(), recovery());
 }
 
+TEST_F(TransmitBuffer, PingReportsTheRecoveryToo) {
+    const CapturedOutput output(STDOUT_FILENO), errors(STDERR_FILENO);
+    fill(100);
+    EXPECT_FALSE(offer());
+    stall.letOut(52);
+    client.handlePingTick();
+    EXPECT_EQ(output.text(), recovery());
+}
+
 TEST_F(TransmitBuffer, EachEpisodeIsReported) {
     const CapturedOutput output(STDOUT_FILENO), errors(STDERR_FILENO);
     std::string overruns, recoveries;
