@@ -135,6 +135,7 @@ TEST_F(ClientReceive, FullQueueStopsReadingFromTheSocket) {
     release.open();
     EXPECT_TRUE(client.hasReceived(accepted));
     EXPECT_EQ(client.received().size(), accepted);
+    client.closeSocket(true);  // the hook looks at the latch until then
 }
 
 class ClientSend : public Connected {};
