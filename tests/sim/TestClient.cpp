@@ -107,13 +107,6 @@ std::string TestClient::receivePacket() const {
     return packet.size() == length ? hex(packet) : std::string();
 }
 
-std::string TestClient::receiveOnce() const {
-    std::array<std::uint8_t, 4096> data;
-    if (quietFor(testsupport::kDeadline)) return {};
-    const ssize_t got = recv(socket.get(), data.data(), data.size(), 0);
-    return hex(std::span(data).first(got > 0 ? static_cast<std::size_t>(got) : 0));
-}
-
 std::string TestClient::ending() const {
     std::array<std::uint8_t, 4096> data;
     while (!quietFor(testsupport::kDeadline)) {

@@ -34,8 +34,6 @@ public:
     std::string receive(std::size_t count) const;
     /// The next whole packet as hex text, empty when the connection ends before.
     std::string receivePacket() const;
-    /// What one read brings, as hex text.
-    std::string receiveOnce() const;
     /// True when nothing comes for `time`.
     bool quietFor(std::chrono::milliseconds time) const;
     /// How the connection ended: "closed", "reset", or "open" when it did not. Skips what comes before the end.
