@@ -2,9 +2,13 @@
 
 #include <filesystem>
 #include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "sim/ScenarioParser.h"
+#include "sim/ScenarioSettings.h"
+#include "sim/ScenarioSteps.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -63,6 +67,22 @@ TEST(ReadyScenarios, SayFirstWhatTheTechnicianSees) {
         EXPECT_EQ(text.substr(0, 2), "# ") << name;
         EXPECT_NE(text.find("# The technician sees: "), std::string::npos) << name;
     }
+}
+
+std::vector<std::string> listed(const std::string& names) {
+    std::istringstream words(names);
+    std::vector<std::string> list;
+    for (std::string word; std::getline(words >> std::ws, word, ',');) list.push_back(word);
+    return list;
+}
+
+TEST(SimulatorPage, NamesEachReadyScenarioSettingAndStep) {
+    const std::string page = testsupport::readFile(CORVANE_PAGE);
+    for (const std::string& name : readyScenarios()) EXPECT_NE(page.find("`" + name + "`"), std::string::npos) << name;
+    for (const std::string& name : listed(sim::settingNames()))
+        EXPECT_NE(page.find("\"" + name + "\" ,"), std::string::npos) << name;
+    for (const std::string& name : listed(sim::stepNames()))
+        EXPECT_NE(page.find("\"" + name + "\""), std::string::npos) << name;
 }
 
 TEST(ReadyScenarios, BurstHasMoreReportsThanAnyQueueOfTheFlasher) {

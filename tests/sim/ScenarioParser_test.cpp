@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <variant>
 
@@ -331,6 +332,24 @@ INSTANTIATE_TEST_SUITE_P(
                     Bad{"uploadWithoutOne", "on connect\nnormal", 2, 1, "a step that needs no upload", "'normal'"},
                     Bad{"momentWithoutAnUpload", "on connect\nclose at 40%", 2, 7, "no moment of an upload", "'at'"}),
     [](const auto& row) { return std::string(row.param.why); });
+
+TEST(SimScenario, SurvivesDamageAtAnyPlace) {
+    const std::string good =
+        "bitrate 250000; split 1 3 pause 5ms # words\nversion \"a b\"\non connect\ngreet\non upload\nrepeat 3\n"
+        "state Erasing progress 4 serial none for 2s at 40%\nend\npacket 4711 01 02 at searching\nhalf 3\nexit 2\n";
+    std::mt19937 random(11);
+    for (int round = 0; round < 5000; ++round) {
+        std::string text = good;
+        for (int hits = 0; hits < 4; ++hits) text[random() % text.size()] = good[random() % good.size()];
+        text[random() % text.size()] = static_cast<char>(random());
+        const auto result = sim::parseScenario(text);
+        if (const auto* problem = std::get_if<sim::ScenarioProblem>(&result)) {
+            ASSERT_FALSE(problem->expected.empty());
+            ASSERT_GE(problem->line, 1U);
+            ASSERT_GE(problem->column, 1U);
+        }
+    }
+}
 
 TEST(SimSettingsText, ChangesWhatItNamesAndNothingElse) {
     sim::Settings target = settings("speed 7\nblock 64\nignore ping");
