@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -72,6 +73,7 @@ std::optional<std::string> possible(std::string text) {
 std::string inChild(const std::function<std::string()>& work) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) return "no pipe";
+    std::fflush(nullptr);  // or the child would print once more what waits in our buffers
     const pid_t child = fork();
     if (child == 0) {
         alarm(kMostSeconds);

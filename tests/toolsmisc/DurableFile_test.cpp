@@ -28,7 +28,6 @@ namespace tm = toolsmisc;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-using testsupport::inChild;
 using testsupport::inConfinedChild;
 using testsupport::kNotConfined;
 using testsupport::listing;
@@ -132,7 +131,7 @@ TEST_P(CreatingOpen, CreatesTheMissingDirectoriesFirst) {
     const TempFolder folder;
     const auto text = inConfinedChild(folder.path(), [] {
         const bool opened = open("/tmp/x/y/z.dat") >= 0;
-        return (opened ? "opened " : "failed ") + listing("/");
+        return (opened ? "opened " : "failed ") + listing(".");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
     EXPECT_EQ(*text, "opened tmp/ tmp/x/ tmp/x/y/ tmp/x/y/z.dat");
@@ -218,7 +217,7 @@ TEST_P(CreatingOpen, WalksFromTheRootOrTheCurrentDirectory) {
             errno = 0;
             const bool opened = open(row.path) >= 0;
             const int reason = errno;
-            return (opened ? "opened " : "failed " + std::to_string(reason) + " ") + listing("/");
+            return (opened ? "opened " : "failed " + std::to_string(reason) + " ") + listing(".");
         });
         if (!text) GTEST_SKIP() << kNotConfined;
         EXPECT_EQ(*text, row.outcome) << row.why;
@@ -258,7 +257,7 @@ TEST_P(CreatingOpen, WalksThroughDirectoriesThatCannotBeRead) {
         if (!testsupport::loseRootsRights()) return "rights kept";
         const bool opened = open("/closed/a/b") >= 0;
         chmod("/closed", 0700);
-        return (opened ? "opened " : "failed ") + listing("/");
+        return (opened ? "opened " : "failed ") + listing(".");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
     EXPECT_EQ(*text, "opened closed/ closed/a/ closed/a/b");
@@ -272,7 +271,7 @@ TEST_P(CreatingOpen, FailsWhereNoDirectoryCanBeCreated) {
         if (!testsupport::loseRootsRights()) return "rights kept";
         const bool opened = open("/fixed/a/b") >= 0;
         chmod("/fixed", 0700);
-        return (opened ? "opened " : "failed ") + listing("/");
+        return (opened ? "opened " : "failed ") + listing(".");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
     EXPECT_EQ(*text, "failed fixed/");

@@ -241,7 +241,7 @@ TEST(RemoveFile, ReportsARefusal) {
         if (!testsupport::loseRootsRights()) return "rights kept";
         const bool removed = removeFile("/dir/file");
         chmod("/dir", 0700);
-        return (removed ? "true " : "false ") + listing("/");
+        return (removed ? "true " : "false ") + listing(".");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
     EXPECT_EQ(*text, "false dir/ dir/file");
@@ -261,7 +261,7 @@ TEST_P(MakeDirectories, CreatesWhatIsMissingAlongThePath) {
     ASSERT_EQ(symlink("there", (folder / "link").c_str()), 0);
     const auto text = inConfinedChild(folder.path(), [] {
         const bool complete = makeDirectories(GetParam().path);
-        return (complete ? "true: " : "false: ") + listing("/");
+        return (complete ? "true: " : "false: ") + listing(".");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
     EXPECT_EQ(*text, std::string(GetParam().complete ? "true: " : "false: ") + GetParam().afterwards);
@@ -330,7 +330,7 @@ TEST(MakeTempDirectory, IsFalseAndEmptyWhenItFails) {
     const auto text = inConfinedChild(folder.path(), [] {
         std::string out = "before";
         const bool created = makeTempDirectory(out);
-        return std::string(created ? "created" : "failed") + "[" + out + "]" + listing("/");
+        return std::string(created ? "created" : "failed") + "[" + out + "]" + listing(".");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
     EXPECT_EQ(*text, "failed[]");

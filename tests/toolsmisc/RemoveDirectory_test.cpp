@@ -47,8 +47,8 @@ void plant(const fs::path& root, const std::vector<std::string>& entries) {
     }
 }
 
-/// What `removal` returns and what is left over, seen from the root.
-std::string outcome(unsigned result) { return std::to_string(result) + ": " + listing("/"); }
+/// What a removal returned and what is left over, seen from the root, which is the current directory of the child.
+std::string outcome(unsigned result) { return std::to_string(result) + ": " + listing("."); }
 
 struct TreeRow {
     const char* why;
