@@ -48,7 +48,7 @@ double timeOfDayNumber(timeval t) {
     return static_cast<double>(hhmmss) + static_cast<double>(t.tv_usec % 1'000'000) / 1e6;
 }
 
-double numberFromMsOfDay(int ms) { return timeOfDayNumber(timevalOf(ms / 1000, ms % 1000 * 1000)); }
+double numberFromMsOfDay(int ms) { return timeOfDayNumber(timevalOf(ms / 1000, std::int64_t{ms % 1000} * 1000)); }
 
 double dayTimeNumber(int day, int ms) { return numberFromMsOfDay(ms) + day * 1e6; }
 
@@ -87,7 +87,8 @@ double dateTimeNumber(const std::tm& fields, int ms) {
 }
 
 double dateTimeNumberFromTimeval(timeval t) {
-    return dateTimeNumber(utcBreakdown(t.tv_sec), saturate<int>(static_cast<double>(t.tv_usec / 1000)));
+    const auto ms = t.tv_usec / 1000;
+    return dateTimeNumber(utcBreakdown(t.tv_sec), saturate<int>(static_cast<double>(ms)));
 }
 
 }  // namespace threadfunc
