@@ -218,10 +218,12 @@ class Rig:
             "TERM": "xterm",
             "ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0:exitcode=99",
             "UBSAN_OPTIONS": "print_stacktrace=1:exitcode=99",
-            "TSAN_OPTIONS": "halt_on_error=0:exitcode=99",
+            # Without the second that a threaded program sleeps at its end by default: the tests measure its ends.
+            "TSAN_OPTIONS": "halt_on_error=0:exitcode=99:atexit_sleep_ms=0",
         }
         self.runs = []
         self.servers = []
+        self.closing = threading.Event()
 
     @property
     def server_path(self):
@@ -253,11 +255,13 @@ class Rig:
         )
 
         def listen_after_launch():
-            wait_for(self.launches.exists, "the launch command")
+            while not self.launches.exists():
+                if self.closing.wait(0.005):
+                    return
             server.listen()
             ready.touch()
 
-        server.starter = threading.Thread(target=listen_after_launch, daemon=True)
+        server.starter = threading.Thread(target=listen_after_launch)
         server.starter.start()
         return server
 
@@ -272,9 +276,11 @@ class Rig:
         return run
 
     def close(self):
+        self.closing.set()
         for run in self.runs:
             run.close()
         for server in self.servers:
+            server.starter.join()
             server.close()
 
 
