@@ -1,19 +1,26 @@
 #include "app/MainFlow.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <iostream>
+#include <new>
+#include <string_view>
 
 #include "app/ConsoleViewer.h"
 #include "app/EventRing.h"
 #include "app/OptionParser.h"
 #include "app/ShutdownSignals.h"
+#include "sw_drv/RTkernel/linux/ProcessExit.h"
 
 namespace CANFlasher {
 
 namespace {
 
-/// Says on standard error why an upload was not requested; nothing when it was. Returns the exit status.
+/// Says on standard error why an upload was not requested; nothing when it was. Returns the exit status. Never returns
+/// when a report has ended the run meanwhile: the request failed because of that, and the screen shows how it ended.
 int reportUpload(std::uint32_t result, const consoleViewer& viewer) {
+    threadfunc::holdWhileProcessEnds();
     switch (result) {
         case kUploadFileNotFound:
             std::cerr << "Unable to find specified file" << std::endl;
@@ -46,9 +53,19 @@ void waitForShutdown(const FlasherOptions& options) {
     while (!options.quitRequested) dispatchEvent();
 }
 
+/// Called by operator new on any thread. With `_exit`, for `exit` would want memory and locks that this thread may
+/// have; nothing is lost, since whatever is printed is flushed at once.
+[[noreturn]] void endWithoutMemory() {
+    constexpr std::string_view kLine = "dunmallow: out of memory\n";
+    threadfunc::holdWhileProcessEnds();
+    static_cast<void>(!write(STDERR_FILENO, kLine.data(), kLine.size()));
+    _exit(EXIT_FAILURE);
+}
+
 }  // namespace
 
 int runProgram(int argc, char* argv[]) {
+    std::set_new_handler(endWithoutMemory);
     if (const auto status = parseOptions(argc, argv, flasherOptions, std::cout, std::cerr)) return *status;
     if (!prepareShutdown()) return EXIT_FAILURE;
     if (flasherOptions.hexFile == nullptr) return EXIT_SUCCESS;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -97,16 +98,18 @@ Bytes readCommand(HandConnection& connection) {
     }
 }
 
-/// The program with `arguments`, in a forked process.
+/// The program with `arguments`; returns its exit status.
+int runWith(std::vector<std::string> arguments) {
+    std::vector<char*> argv{const_cast<char*>("dunmallow")};
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    return runProgram(static_cast<int>(argv.size()) - 1, argv.data());
+}
+
+/// The same in a forked process.
 class Program : public ForkedRun {
 public:
-    explicit Program(std::vector<std::string> arguments)
-        : ForkedRun([&] {
-              std::vector<char*> argv{const_cast<char*>("dunmallow")};
-              for (std::string& argument : arguments) argv.push_back(argument.data());
-              argv.push_back(nullptr);
-              return runProgram(static_cast<int>(argv.size()) - 1, argv.data());
-          }) {}
+    explicit Program(const std::vector<std::string>& arguments) : ForkedRun([&] { return runWith(arguments); }) {}
 };
 
 class MainFlow : public testing::Test {
@@ -244,6 +247,24 @@ TEST_F(MainFlow, AServerThatIsGoneByTheRequestIsNamedWithoutAClosingQuote) {
     EXPECT_EQ(program.wait(), 1);
     EXPECT_EQ(program.standardError(),
               "Unable to locate server application: '" + AgApp::getBinDirectory() + "/corvane\n");
+}
+
+TEST_F(MainFlow, ARunThatEndsBeforeTheRequestHasNothingToComplainOf) {
+    onRealpath = [this] {
+        ran.write("requested", "yes");
+        std::this_thread::sleep_for(300ms);  // both reports are painted
+    };
+    ForkedRun program([this] {
+        std::atexit([] { std::this_thread::sleep_for(1s); });  // longer than all attempts to connect
+        return runWith(goodUpload());
+    });
+    HandConnection connection = server.accept();
+    EXPECT_TRUE(waitFor([&] { return testsupport::readFile(ran / "requested") == "yes"; }));
+    EXPECT_TRUE(connection.write(statusPacket(5, 42)));
+    EXPECT_TRUE(connection.write(statusPacket(6, 43)));
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(program.standardOutput(), "\n\n\n\n\n\n\n" + block("Programming", 42) + block("Done", 43) + "\n");
+    EXPECT_EQ(program.standardError(), "");
 }
 
 TEST_F(MainFlow, AHostWithoutAddressEndsTheProcess) {

@@ -23,7 +23,13 @@ bool claimProcessExit() {
 
 void exitProcess(int status) {
     if (claimProcessExit()) std::exit(status);
-    if (endingThread == threadId()) _exit(status);
+    holdWhileProcessEnds();
+    _exit(status);
+}
+
+void holdWhileProcessEnds() {
+    const int ending = endingThread;
+    if (ending == 0 || ending == threadId()) return;
     for (;;) pause();
 }
 

@@ -12,4 +12,9 @@ namespace threadfunc {
 /// gets true must end the process. For those that must not wait; never waits, safe in a signal handler.
 [[nodiscard]] bool claimProcessExit();
 
+/// Returns at once unless another thread has the gate; then it waits for ever. For those about to report a failure:
+/// while the process ends, connections fail because they are taken down, and that is nobody's fault. Safe from any
+/// thread; not from a signal handler.
+void holdWhileProcessEnds();
+
 }  // namespace threadfunc

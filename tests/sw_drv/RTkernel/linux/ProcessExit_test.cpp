@@ -69,6 +69,36 @@ TEST_F(ProcessExit, IsClaimedOnce) {
     EXPECT_EXIT(claim(), testing::ExitedWithCode(0), "");
 }
 
+TEST_F(ProcessExit, HoldsNobodyBeforeTheGateIsTakenAndNeverTheThreadThatTookIt) {
+    const auto leave = [] {
+        std::atexit([] {
+            threadfunc::holdWhileProcessEnds();
+            say("x");
+        });
+        threadfunc::holdWhileProcessEnds();
+        threadfunc::exitProcess(7);
+    };
+    EXPECT_EXIT(leave(), testing::ExitedWithCode(7), "^x$");
+}
+
+TEST_F(ProcessExitOfThreads, HoldsWhoeverAsksMeanwhile) {
+    static std::atomic<int> inside{0};
+    const auto leave = [] {
+        std::atexit([] {
+            std::thread([] {
+                ++inside;
+                threadfunc::holdWhileProcessEnds();
+                say("y");
+            }).detach();
+            static_cast<void>(testsupport::waitFor([] { return inside == 1; }));
+            threadfunc::sleep(50);
+            say("x");
+        });
+        threadfunc::exitProcess(7);
+    };
+    EXPECT_EXIT(leave(), testing::ExitedWithCode(7), "^x$");
+}
+
 // The timer thread works on while exit runs: nothing that it touches may be gone by then.
 TEST_F(ProcessExitOfThreads, LeavesAllThatTheTimerThreadTouches) {
     const auto leaveWithTimers = [] {
