@@ -18,6 +18,14 @@ import time
 import pyte
 
 DEADLINE = 60.0  # seconds; only a failing test waits this long
+SANITIZERS = {
+    "ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0:exitcode=99",
+    "UBSAN_OPTIONS": "print_stacktrace=1:exitcode=99",
+    # Without the second that a threaded program sleeps at its end by default: the tests measure its ends. In that second
+    # the worker would join the threads of the link that it is closing; the process ends without waiting for it, so they
+    # are no leak.
+    "TSAN_OPTIONS": "halt_on_error=0:exitcode=99:atexit_sleep_ms=0:report_thread_leaks=0",
+}
 UP = b"\x1b[6A"
 CLEAR = b"\x1b[0K"
 
@@ -147,6 +155,15 @@ class Run:
         os.close(self._errors_read)
 
 
+def sample_hex(size):
+    """The text of a hex file of `size` made-up bytes, a multiple of 16 up to 65536."""
+    lines = []
+    for address in range(0, size, 16):
+        body = bytes([16, address >> 8, address & 255, 0]) + bytes((address + i) & 255 for i in range(16))
+        lines.append(":" + (body + bytes([-sum(body) & 255])).hex().upper())
+    return "\n".join([*lines, ":00000001FF", ""])
+
+
 class ScriptedServer:
     """A server that listens when `listen` is called and whose every byte the test writes by hand."""
 
@@ -216,10 +233,7 @@ class Rig:
             "HOME": str(self.home),
             "PATH": f"{self.tools}:/usr/sbin:/usr/bin:/sbin:/bin",
             "TERM": "xterm",
-            "ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0:exitcode=99",
-            "UBSAN_OPTIONS": "print_stacktrace=1:exitcode=99",
-            # Without the second that a threaded program sleeps at its end by default: the tests measure its ends.
-            "TSAN_OPTIONS": "halt_on_error=0:exitcode=99:atexit_sleep_ms=0",
+            **SANITIZERS,
         }
         self.runs = []
         self.servers = []

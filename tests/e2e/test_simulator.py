@@ -39,12 +39,7 @@ def flash(rig, private_processes):
 
 
 def sample(rig, size=1024):
-    """A hex file of `size` made-up bytes."""
-    lines = []
-    for address in range(0, size, 16):
-        body = bytes([16, address >> 8, address & 255, 0]) + bytes((address + i) & 255 for i in range(16))
-        lines.append(":" + (body + bytes([-sum(body) & 255])).hex().upper())
-    return rig.hex_file("sample.hex", "\n".join([*lines, ":00000001FF", ""]))
+    return rig.hex_file("sample.hex", harness.sample_hex(size))
 
 
 def painted_states(run):
