@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+/// One snapshot.
 struct LinkStatus {
     bool connected = false;           ///< The link is up.
     bool closing = false;             ///< The link is being closed, or was closed for good.

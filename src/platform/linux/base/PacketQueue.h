@@ -7,6 +7,7 @@
 #include "platform/linux/base/ProprietarySocketCommon.h"
 #include "sw_drv/RTkernel/linux/threadfunc.h"
 
+/// A packet and its one owner.
 using PacketPtr = std::unique_ptr<ProprietarySocketCommon::TPacket>;
 
 /// A bounded queue of packets that does not let a producer wait for a consumer that is gone: only an open queue makes
@@ -18,6 +19,7 @@ class PacketQueue {
 public:
     /// Holds at most `capacity` packets and end marks. Starts closed.
     explicit PacketQueue(unsigned capacity);
+    /// Deletes all that is in the queue; nobody uses it any more.
     ~PacketQueue();
     PacketQueue(const PacketQueue&) = delete;
     PacketQueue& operator=(const PacketQueue&) = delete;
@@ -40,8 +42,9 @@ public:
     /// Deletes all that is in the queue. Returns at once.
     void drain();
 
-    /// Packets and end marks in the queue, and room for more: glimpses, other threads may have changed them already.
+    /// Packets and end marks in the queue: a glimpse, other threads may have changed it already.
     int size() const { return queue.size(); }
+    /// Room for more of them: a glimpse too.
     int space() const { return queue.space(); }
 
 private:

@@ -1,6 +1,5 @@
 #pragma once
-/// The packet, how it travels on a stream socket, and the two threads that move packets of one connection.
-/// Wire layout: docs/protocol.md.
+/// The root of the packet socket layer. Wire layout: docs/protocol.md.
 
 #include <pthread.h>
 
@@ -8,6 +7,7 @@
 
 class PacketQueue;
 
+/// The packet, how it travels on a stream socket, and the two threads that move packets of one connection.
 class ProprietarySocketCommon {
 public:
     /// Bytes of a packet's header: length (u32), command (u16), payload offset (u16), all big-endian.
@@ -26,15 +26,19 @@ public:
         /// A packet with its header written and `payloadSize` bytes of payload for the caller to fill. Without memory
         /// for it, or with a payload so large that the length field cannot tell it, `data` is null and all else 0.
         TPacket(unsigned payloadSize, unsigned short command);
+        /// Releases `data`. Virtual: who is handed a packet deletes it, whatever it was made as.
         virtual ~TPacket();
         TPacket(const TPacket&) = delete;
         TPacket& operator=(const TPacket&) = delete;
 
+        /// The command id in host byte order.
         std::uint16_t getCommand() const { return command; }
         /// The first byte of the payload; null when there is no data or the payload would start behind its end.
         /// Owned by the packet.
+        /// @{
         unsigned char* getPayload() { return data == nullptr || payloadOffset > size ? nullptr : data + payloadOffset; }
         const unsigned char* getPayload() const { return const_cast<TPacket*>(this)->getPayload(); }
+        /// @}
         /// Bytes of the payload; 0 where `getPayload` is null.
         std::uint32_t getPayloadSize() const { return getPayload() == nullptr ? 0 : size - payloadOffset; }
         /// True when at least `minimumBytes` bytes can be read from `getPayload`, which is then not null. To be asked
@@ -51,7 +55,9 @@ public:
         std::uint16_t payloadOffset;  ///< Where the payload starts in `data`; from a peer, so it may be any value.
     };
 
+    /// Holds nothing and starts nothing.
     ProprietarySocketCommon() = default;
+    /// Ends nothing: a link that was started is stopped before.
     virtual ~ProprietarySocketCommon();
     ProprietarySocketCommon(const ProprietarySocketCommon&) = delete;
     ProprietarySocketCommon& operator=(const ProprietarySocketCommon&) = delete;

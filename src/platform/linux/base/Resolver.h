@@ -6,7 +6,9 @@
 #include <memory>
 #include <string>
 
+/// Gives an address list back to the system.
 struct AddressListDeleter {
+    /// Frees all of `list`.
     void operator()(addrinfo* list) const { freeaddrinfo(list); }
 };
 /// Addresses in the order in which they are to be tried.
