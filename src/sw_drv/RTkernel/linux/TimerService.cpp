@@ -18,6 +18,11 @@ TimerList& timerListHead() {
 
 TimerService& TimerService::instance() {
     static TimerService& service = []() -> TimerService& {
+        {
+            // Before there is any timer: its destructor must find both, also when memory has run out since.
+            const MutexLock lock(timerMutex());
+            timerListHead();
+        }
         TimerService& created = *new TimerService;
         created.start();
         return created;
