@@ -267,6 +267,19 @@ TEST_F(MainFlow, ARunThatEndsBeforeTheRequestHasNothingToComplainOf) {
     EXPECT_EQ(program.standardError(), "");
 }
 
+TEST_F(MainFlow, WithoutMemoryTheRunEndsWithALine) {
+    if (testsupport::instrumentedBuild()) GTEST_SKIP() << "the sanitizers end the process themselves";
+    onRealpath = [] {
+        volatile std::size_t size = std::size_t{1} << 50U;
+        delete[] new char[size];
+    };
+    Program program(goodUpload());
+    HandConnection connection = server.accept();
+    EXPECT_EQ(program.wait(), 1);
+    EXPECT_EQ(program.standardError(), "dunmallow: out of memory\n");
+    EXPECT_TRUE(connection.endsByPeer());
+}
+
 TEST_F(MainFlow, AHostWithoutAddressEndsTheProcess) {
     unresolvable = true;
     Program program(goodUpload());

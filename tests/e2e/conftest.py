@@ -7,6 +7,12 @@ import harness
 
 def pytest_addoption(parser):
     parser.addoption("--build", required=True, help="build folder whose programs are tested")
+    parser.addoption("--shard", default="1/1", help="K/N: only the K-th of N parts, which may run at the same time")
+
+
+def pytest_collection_modifyitems(config, items):
+    part, parts = map(int, config.getoption("--shard").split("/"))
+    items[:] = items[part - 1 :: parts]
 
 
 def pytest_configure(config):
