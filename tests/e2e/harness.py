@@ -90,9 +90,11 @@ class Run:
     def _read(self):
         open_descriptors = {self.master, self._errors_read}
         while open_descriptors:
-            # A server that was started keeps nothing of ours open; the limit only guards a broken one.
+            # A server that was started keeps nothing of ours open; the limit only guards a broken one. What the program
+            # wrote before its end is there when the end is seen first.
+            ended = self.process.poll() is not None
             ready, _, _ = select.select(list(open_descriptors), [], [], 0.2)
-            if not ready and self.process.poll() is not None:
+            if not ready and ended:
                 break
             for descriptor in ready:
                 try:
