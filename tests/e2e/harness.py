@@ -325,6 +325,12 @@ def end_processes(name):
             return
 
 
+def selected_rows(request):
+    """The values of the parameter `name` of those tests of the requesting module that will run."""
+    calls = [item.callspec for item in request.session.items if item.module is request.module and hasattr(item, "callspec")]
+    return {call.params["name"] for call in calls if "name" in call.params}
+
+
 def free_port():
     """A port that nobody uses at this moment."""
     with socket.socket() as probe:

@@ -370,26 +370,27 @@ def play_installation(build, folder, make, complaint):
 
 @pytest.fixture(scope="module")
 def outcomes(request, tmp_path_factory):
-    """All rows, several at a time: the hex files beside each other, the installations one by one in between, since the
-    tool allows one server of a name."""
+    """All selected rows, several at a time: the hex files beside each other, the installations one by one in between,
+    since the tool allows one server of a name."""
     build = request.config.getoption("--build")
+    names = harness.selected_rows(request)
 
     def folder():
         return tmp_path_factory.mktemp("state")
 
     def installations(folders):
         outcome = {}
-        for (name, row), place in zip(INSTALLATIONS.items(), folders):
+        for name, place in folders.items():
             outcome[name] = concurrent.futures.Future()
             try:
-                outcome[name].set_result(play_installation(build, place, *row))
+                outcome[name].set_result(play_installation(build, place, *INSTALLATIONS[name]))
             except BaseException as failure:  # pylint: disable=broad-except
                 outcome[name].set_exception(failure)
         return outcome
 
     with concurrent.futures.ThreadPoolExecutor(4) as pool:
-        started = pool.submit(installations, [folder() for _ in INSTALLATIONS])
-        found = {name: pool.submit(play_hex_file, build, folder(), *row) for name, row in HEX_FILES.items()}
+        started = pool.submit(installations, {name: folder() for name in INSTALLATIONS if name in names})
+        found = {name: pool.submit(play_hex_file, build, folder(), *row) for name, row in HEX_FILES.items() if name in names}
     return {**found, **started.result()}
 
 
