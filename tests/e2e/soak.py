@@ -176,7 +176,12 @@ class Play:
         self.struck_at = time.monotonic()
 
     def _strike_drop(self, proxy, pair):
+        """Between two packets of an upload: it is over, without an end. The program leaves the link and asks anew."""
+        reports = [event.status for event in soak_oracle.events_of(pair.link.said) if event.status]
+        if soak_oracle.packets_of(pair.link.said)[1] or not reports or not soak_oracle.is_busy(reports[-1][1]):
+            return
         proxy.put(pair, harness.status(1, self.plan.mode, 7, self.plan.address, self.plan.serial))
+        proxy.silence_link(pair)
 
     def _strike_signal(self, *_):
         self._send(self.plan.signals[0][0])

@@ -25,6 +25,7 @@ class Pair:
         self.written = False  # nothing more goes to the program
         self.read = False  # nothing more comes from it
         self.left = False  # the program ended it
+        self.mute = False  # the program is to end it: it hears nothing more on it
 
     def close(self):
         for end in (self.client, self.server):
@@ -151,6 +152,8 @@ class Proxy(threading.Thread):
         if not data:
             self._end_server(pair)
             return
+        if pair.mute:
+            return
         now = time.monotonic()
         due = pair.waiting[-1][0] if pair.waiting else now
         for piece, pause in self.shape(data):
@@ -204,6 +207,11 @@ class Proxy(threading.Thread):
         pair.waiting.clear()
         self.end_stream(pair)
         self._end_server(pair)
+
+    def silence_link(self, pair):
+        """Says nothing more on this link, until the program opens another one."""
+        pair.mute = True
+        pair.waiting.clear()
 
     def reset_link(self, pair, settled):
         """Breaks the link; `settled` when everything that was said is to have arrived before."""
