@@ -447,8 +447,11 @@ def play_all(options):
                     return
             process.stdin.close()
 
+    # Without process names of their own the runs would take each other's servers for theirs.
+    shared = subprocess.run([HERE / "as-user", "true"], stderr=subprocess.PIPE, check=True).stderr
+    jobs = 1 if shared else min(options.jobs, options.count)
     # The iterator is shared: each worker takes the next seed when it is free.
-    workers = [start_worker(options) for _ in range(min(options.jobs, options.count))]
+    workers = [start_worker(options) for _ in range(jobs)]
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
         list(pool.map(serve, workers))
     return answers
