@@ -31,15 +31,25 @@ Matches& matches() {
     return all;
 }
 
+/// As `localtime` does it, with the zone that the user has now. Empty when the year has no room in an int.
+std::optional<std::tm> localTime(std::time_t seconds) {
+    // tzset renews what it keeps of the zone, under a lock of the system that race detectors do not see.
+    static std::mutex zoneMutex;
+    const std::lock_guard lock(zoneMutex);
+    tzset();
+    std::tm local{};
+    if (localtime_r(&seconds, &local) == nullptr) return std::nullopt;
+    return local;
+}
+
 void setModification(FileInfo& info, std::time_t seconds) {
     constexpr int kLastYear = 429'496;  // the last one whose dates have room in 32 bits
-    std::tm local{};
-    tzset();  // as localtime does: the user may have changed the zone
-    const bool known = localtime_r(&seconds, &local) != nullptr;
-    const std::int64_t year = std::int64_t{local.tm_year} + 1900;
-    if (!known || year < 0 || year > kLastYear) return;
-    info.time = static_cast<std::uint32_t>(local.tm_hour * 10000 + local.tm_min * 100 + local.tm_sec);
-    info.date = static_cast<std::uint32_t>(year * 10000 + (local.tm_mon + std::int64_t{1}) * 100 + local.tm_mday);
+    const auto local = localTime(seconds);
+    if (!local) return;
+    const std::int64_t year = std::int64_t{local->tm_year} + 1900;
+    if (year < 0 || year > kLastYear) return;
+    info.time = static_cast<std::uint32_t>(local->tm_hour * 10000 + local->tm_min * 100 + local->tm_sec);
+    info.date = static_cast<std::uint32_t>(year * 10000 + (local->tm_mon + std::int64_t{1}) * 100 + local->tm_mday);
 }
 
 FileInfo infoOf(const std::string& path, const FileStatus& status) {
