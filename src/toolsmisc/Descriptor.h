@@ -7,10 +7,11 @@
 
 namespace toolsmisc {
 
-/// Owns a descriptor and closes it. Holds -1 when the call that should have opened it failed. One thread at a time.
+/// Owns a descriptor and closes it. A negative one is held but not owned: -1 of a call that failed, AT_FDCWD. One
+/// thread at a time.
 class Descriptor {
 public:
-    /// Takes `opened`, or -1 for none.
+    /// Takes `opened`.
     explicit Descriptor(int opened) : fd(opened) {}
     /// Takes over what `other` owns.
     Descriptor(Descriptor&& other) noexcept : fd(other.release()) {}
@@ -25,9 +26,9 @@ public:
 
     /// Whether a descriptor is owned.
     [[nodiscard]] bool valid() const { return fd >= 0; }
-    /// The descriptor, still owned here; -1 without one.
+    /// The descriptor, still owned here, or the negative number.
     [[nodiscard]] int get() const { return fd; }
-    /// The descriptor, owned by the caller from now on; -1 without one.
+    /// The descriptor, owned by the caller from now on, or the negative number. Leaves -1.
     [[nodiscard]] int release() { return std::exchange(fd, -1); }
 
 private:

@@ -26,16 +26,20 @@ Descriptor goIntoOrCreate(int folder, const char* name) {
     return goInto(folder, name);
 }
 
-bool walk(Descriptor here, const std::string& components) {
-    for (const std::string& component : splitString(components, kPathSeparator)) {
+/// Only the first folder is named from the root or the current directory, every other one from the folder before it.
+bool createFolders(const std::string& path) {
+    std::string start = isAbsolutePath(path) ? kPathSeparator : "";
+    Descriptor here(AT_FDCWD);
+    for (const std::string& component : splitString(path.substr(start.size()), kPathSeparator)) {
         if (component.empty()) {
             errno = EINVAL;
             return false;
         }
-        here = goIntoOrCreate(here.get(), component.c_str());
+        here = goIntoOrCreate(here.get(), (start + component).c_str());
         if (!here.valid()) return false;
+        start.clear();
     }
-    return here.valid();
+    return true;
 }
 
 }  // namespace
@@ -44,9 +48,7 @@ bool makeFoldersOf(const std::string& file) {
     const std::size_t separator = file.rfind(kPathSeparator);
     if (separator == std::string::npos || separator == 0) return true;
     const std::string folder = file.substr(0, separator);
-    if (statusOf(folder.c_str())) return true;
-    if (isAbsolutePath(folder)) return walk(goInto(AT_FDCWD, kPathSeparator), folder.substr(1));
-    return walk(goInto(AT_FDCWD, "."), folder);
+    return statusOf(folder.c_str()) || createFolders(folder);
 }
 
 }  // namespace toolsmisc

@@ -11,6 +11,7 @@
 #include "toolsmisc/Descriptor.h"
 #include "toolsmisc/FileStatus.h"
 #include "toolsmisc/FileSystem.h"
+#include "toolsmisc/Path.h"
 #include "toolsmisc/Text.h"
 
 namespace toolsmisc {
@@ -21,12 +22,12 @@ bool sameFolder(const FileStatus& one, const FileStatus& other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-/// Number of the mount that an open folder lies in; of its device where the kernel does not number mounts. A folder of
-/// the same device that is mounted in a second place has another number there.
-std::uint64_t mountOf(int folder, const FileStatus& status) {
+/// Number of the mount that an open folder lies in, 0 where the kernel does not number mounts. A folder that is mounted
+/// in a second place has the same device there, but another number.
+std::uint64_t mountOf(int folder) {
     struct statx extended {};
-    const bool told = statx(folder, "", AT_EMPTY_PATH, STATX_MNT_ID, &extended) == 0;
-    return told && (extended.stx_mask & STATX_MNT_ID) != 0 ? extended.stx_mnt_id : status.st_dev;
+    statx(folder, "", AT_EMPTY_PATH, STATX_MNT_ID, &extended);
+    return extended.stx_mnt_id;
 }
 
 /// The folder itself: a link of that name is not followed. Does not wait, not even for a pipe.
@@ -76,7 +77,7 @@ private:
     bool open(Descriptor folder, const std::string& name) {
         const auto status = statusOfOpen(folder.get());
         if (!status) return false;
-        levels.push_back({name, *status, mountOf(folder.get(), *status), visibleEntries(folder.get())});
+        levels.push_back({name, *status, mountOf(folder.get()), visibleEntries(folder.get())});
         current = std::move(folder);
         return true;
     }
@@ -85,7 +86,8 @@ private:
     bool enter(const std::string& name) {
         Descriptor below = openFolder(current.get(), name.c_str());
         const auto status = statusOfOpen(below.get());
-        if (!status || mountOf(below.get(), *status) != levels.back().mount) return false;
+        const Level& here = levels.back();
+        if (!status || status->st_dev != here.status.st_dev || mountOf(below.get()) != here.mount) return false;
         return folderAbove(below.get()).valid() && open(std::move(below), name);
     }
 
@@ -118,7 +120,7 @@ private:
 
 /// `path` as a name that a link hides behind: "link/" would lead through the link.
 std::string withoutTrailingSeparators(std::string path) {
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    while (path.size() > 1 && path.ends_with(kPathSeparator)) path.pop_back();
     return path;
 }
 

@@ -397,13 +397,13 @@ TEST(FindFiles, AFolderThatCannotBeReadIsAnErrorOnlyIfErrorsCount) {
     const auto text = inConfinedChild(folder.path(), []() -> std::string {
         chmod("/unreadable", 0300);
         if (!testsupport::loseRootsRights()) return "rights kept";
-        const std::size_t strict = findFiles("/*/f*", false).size();
-        const std::vector<std::string> found = findFiles("/*/f*", true);
+        const std::size_t strict = findFiles("*/f*", false).size();
+        const std::vector<std::string> found = findFiles("*/f*", true);
         chmod("/unreadable", 0700);
-        return std::to_string(strict) + " " + std::to_string(found.size()) + " " + found.front();
+        return std::to_string(strict) + " " + std::to_string(found.size()) + " " + (found.empty() ? "" : found.front());
     });
     if (!text) GTEST_SKIP() << kNotConfined;
-    EXPECT_EQ(*text, "0 1 /good/file");
+    EXPECT_EQ(*text, "0 1 good/file");
 }
 
 }  // namespace

@@ -336,12 +336,12 @@ TEST(RemoveDirectoryTreeMounts, AFolderMountedInASecondPlaceIsLeftAsItIs) {
     const auto text = inMountNamespace(folder.path(), prepare, [] {
         struct statx status {};
         statx(AT_FDCWD, "/", 0, STATX_MNT_ID, &status);
-        if ((status.stx_mask & STATX_MNT_ID) == 0) return std::string("no mount numbers");
+        if (status.stx_mnt_id == 0) return std::string("no mount numbers");
         const unsigned result = removeDirectoryTree("/tree");
         return std::to_string(result) + ": " + listing("/home");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
-    if (*text == "no mount numbers") GTEST_SKIP() << "the kernel does not number mounts";
+    if (*text == "no mount numbers") GTEST_SKIP() << "mounts have no numbers here";
     EXPECT_EQ(*text, "2: c/ c/d e");
 }
 
