@@ -11,8 +11,9 @@ namespace testsupport {
 /// Descriptors, current directory, limits and user of the test stay as they are.
 std::string inChild(const std::function<std::string()>& work);
 
-/// As `inChild`, with `root` as root of the file system and current directory: nothing outside can be reached. Empty
-/// when neither being root nor a user namespace allows that; the test then skips.
+/// As `inChild`, on a thread with `root` as root of the file system and current directory: nothing outside can be
+/// reached, by threads that `work` starts neither. Empty when neither being root nor a user namespace allows that; the
+/// test then skips.
 std::optional<std::string> inConfinedChild(const std::string& root, const std::function<std::string()>& work);
 
 /// As `inConfinedChild`, in a mount namespace of its own; `prepare` runs before the root is changed, and its mounts end
@@ -27,7 +28,7 @@ inline constexpr char kNotConfined[] = "needs root or user namespaces";
 /// a link.
 std::string listing(const std::string& folder);
 
-/// Gives up root's rights for good, so that permissions count also for root. For use in a child.
+/// Gives up root's rights on this thread for good, so that permissions count also for root. For use in a child.
 bool loseRootsRights();
 
 }  // namespace testsupport
