@@ -691,7 +691,7 @@ TEST(SetReadOnly, IsFalseWhenItCannot) {
 struct statvfs figuresOf(unsigned long blockBytes, std::uint64_t blocks, std::uint64_t freeBlocks) {
     struct statvfs figures {};
     figures.f_bsize = blockBytes;
-    figures.f_frsize = blockBytes;
+    figures.f_frsize = blockBytes / 2;
     figures.f_blocks = blocks;
     figures.f_bfree = freeBlocks;
     figures.f_bavail = freeBlocks / 2;

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -21,6 +22,9 @@ using toolsmisc::FileBackup;
 // A copy would finish twice.
 static_assert(!std::is_copy_constructible_v<FileBackup> && !std::is_copy_assignable_v<FileBackup>);
 static_assert(!std::is_move_constructible_v<FileBackup> && !std::is_move_assignable_v<FileBackup>);
+
+static_assert(offsetof(FileBackup, path) < offsetof(FileBackup, active) &&
+              offsetof(FileBackup, active) < offsetof(FileBackup, restored));
 
 class FileBackupOfAFile : public testing::Test {
 protected:

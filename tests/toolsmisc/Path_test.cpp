@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <array>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -76,6 +78,23 @@ TEST(JoinPathOracle, AgreesOnEveryShortPair) {
     ASSERT_EQ(texts.size(), 121U);
     for (const std::string& a : texts) {
         for (const std::string& b : texts) ASSERT_EQ(joinPath(a, b), joinOracle(a, b)) << a << " + " << b;
+    }
+}
+
+TEST(JoinPathOracle, AgreesOnRandomCases) {
+    constexpr std::array kLengths{0U, 1U, 2U, 3U, 127U, 128U, 255U, 4096U};
+    constexpr std::array kCharacters{'/', '/', '.', '~', 'a', ' ', '\\', '*', '\0', '\xFF'};
+    std::mt19937 random(65);
+    const auto below = [&random](std::size_t most) { return static_cast<std::size_t>(random() % most); };
+    const auto text = [&] {
+        std::string made(below(4) == 0 ? kLengths[below(kLengths.size())] : below(12), ' ');
+        for (char& character : made) character = kCharacters[below(kCharacters.size())];
+        return made;
+    };
+    for (int round = 0; round < 40'000; ++round) {
+        const std::string a = text();
+        const std::string b = text();
+        ASSERT_EQ(joinPath(a, b), joinOracle(a, b));
     }
 }
 
