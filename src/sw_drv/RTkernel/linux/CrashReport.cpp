@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
@@ -36,6 +38,7 @@ public:
         std::span<const char> rest(bytes.data(), used);
         while (!rest.empty()) {
             const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
+            if (written < 0 && errno == EINTR) continue;
             if (written <= 0) return;
             rest = rest.subspan(static_cast<std::size_t>(written));
         }

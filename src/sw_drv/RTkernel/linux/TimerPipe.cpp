@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <iostream>
 
+#include "sw_drv/RTkernel/linux/Thread.h"
+
 namespace threadfunc {
 
 TimerPipe::TimerPipe() : TimerPipe(-1, -1) {
@@ -37,7 +39,10 @@ void TimerPipe::_threadTimerWakeup() const {
 void TimerPipe::_threadTimerSleep(int timeoutMs) const {
     // Unlike select it serves any descriptor number, and sleeps the whole time when there is no pipe (-1).
     pollfd readable{readEnd, POLLIN, 0};
-    if (poll(&readable, 1, timeoutMs) <= 0 || (readable.revents & POLLIN) == 0) return;
+    const int ready = poll(&readable, 1, timeoutMs);
+    if (ready == 0 || (ready < 0 && errno == EINTR)) return;
+    // A descriptor that cannot be waited for must not send the thread round and round at the highest priority.
+    if (ready < 0 || (readable.revents & POLLIN) == 0) return threadfunc::sleep(timeoutMs);
     char byte = 0;
     if (read(readEnd, &byte, 1) != 1) std::cerr << " _threadTimerSleep unable to do a read" << std::endl;
 }

@@ -20,7 +20,7 @@ public:
     void _threadTimerWakeup() const;
 
     /// Waits for a wake-up, `timeoutMs` at most, and takes it; wake-ups beyond the first end later calls at once. One
-    /// line on standard error when it cannot be read.
+    /// line on standard error when it cannot be read. Where the system refuses to wait for it, sleeps the whole time.
     void _threadTimerSleep(int timeoutMs) const;
 
 private:

@@ -1,6 +1,7 @@
 /// What the kit does when the system refuses: threads, locks, sleeping and the clock.
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/time.h>
@@ -8,7 +9,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <string>
 
 #include "sw_drv/RTkernel/linux/threadfunc.h"
@@ -91,6 +94,13 @@ TEST(ThreadCreate, LeavesSchedulingToTheNewThread) {
     EXPECT_EQ(injected::lastCreate.inheritScheduling, PTHREAD_INHERIT_SCHED);
 }
 
+TEST(ThreadCreate, ComparesStackSizesUnsigned) {
+    const CapturedOutput errors(STDERR_FILENO);
+    injected::threadCreate.fail(ENOMEM);
+    startThread(4294967295U);  // as -1 arrives: not raised to the minimum
+    EXPECT_EQ(injected::lastCreate.stackBytes, 4294967295U);
+}
+
 struct StackRow {
     const char* why;
     unsigned asked;
@@ -109,6 +119,30 @@ INSTANTIATE_TEST_SUITE_P(Rows, ThreadCreateStack,
                          [](const auto& row) { return std::string(row.param.why); });
 
 // --- In the new thread -------------------------------------------------------------------------------------------
+
+struct PolicyRow {
+    const char* why;
+    int priority;
+    int policy;
+    int rtPriority;
+};
+class ThreadScheduling : public testing::TestWithParam<PolicyRow> {};
+// Also where the tests have no right to set priorities.
+TEST_P(ThreadScheduling, IsAskedForByTheNewThreadItself) {
+    const CapturedOutput errors(STDERR_FILENO);
+    injected::setScheduler.fail(EPERM);
+    threadfunc::threadJoin(threadfunc::ThreadCreate(GetParam().priority, return5, nullptr, 0, nullptr, 0));
+    EXPECT_EQ(injected::setScheduler.calls(), 1);
+    EXPECT_EQ(injected::lastScheduler.process, 0);
+    EXPECT_EQ(injected::lastScheduler.policy, GetParam().policy);
+    EXPECT_EQ(injected::lastScheduler.priority, GetParam().rtPriority);
+}
+INSTANTIATE_TEST_SUITE_P(Rows, ThreadScheduling,
+                         testing::Values(PolicyRow{"zeroIsTheHighest", 0, SCHED_RR, 99},
+                                         PolicyRow{"lowest", 98, SCHED_RR, 1},
+                                         PolicyRow{"beyondTheSpanIsTimeSharing", 99, SCHED_OTHER, 0},
+                                         PolicyRow{"farBeyondToo", 100000, SCHED_OTHER, 0}),
+                         [](const auto& row) { return std::string(row.param.why); });
 
 struct SchedulerRow {
     const char* why;
@@ -182,15 +216,52 @@ TEST_F(FailedCrashReport, EndsItFromANewThreadToo) {
     EXPECT_EXIT(start(), testing::ExitedWithCode(1), "^sigaction: Invalid argument\n$");
 }
 
+struct ReportRow {
+    const char* why;
+    int error;
+    std::size_t longestWrite;
+    const char* printed;
+};
+class CrashReportWrite : public kittest::EndingProcess, public testing::WithParamInterface<ReportRow> {};
+TEST_P(CrashReportWrite, GoesOnUntilAllIsWrittenOrTheSystemRefuses) {
+    if (kittest::watchedByThreadSanitizer()) GTEST_SKIP() << "ThreadSanitizer forbids exit in a signal handler";
+    const auto report = [] {
+        injected::textWrite.fail(GetParam().error, GetParam().error != 0 ? 1 : 0);
+        injected::longestWrite = GetParam().longestWrite;
+        siginfo_t information{};
+        threadfunc::reportSegmentationFault(SIGSEGV, &information, nullptr);
+    };
+    EXPECT_EXIT(report(), testing::ExitedWithCode(1), GetParam().printed);
+}
+constexpr const char* kWholeReport =
+    "^Process: [0-9]+, thread: [0-9]+, reports segmentation fault\nThread: signal address 0\n$";
+INSTANTIATE_TEST_SUITE_P(Rows, CrashReportWrite,
+                         testing::Values(ReportRow{"atOnce", 0, 1000, kWholeReport},
+                                         ReportRow{"inPieces", 0, 7, kWholeReport},
+                                         ReportRow{"afterASignal", EINTR, 1000, kWholeReport},
+                                         ReportRow{"refused", EIO, 1000, "^$"}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
 // --- Sleep -------------------------------------------------------------------------------------------------------
 
 TEST(FailedSleep, PrintsItsDeadlineAndReturnsEarly) {
     const CapturedOutput errors(STDERR_FILENO);
+    const injected::MonotonicClock clock(1000, 999'999'999);
     injected::nanosleep.fail(EINVAL);
-    threadfunc::sleep(60000);
+    threadfunc::sleep(60'002);
     EXPECT_EQ(injected::nanosleep.calls(), 1);
-    EXPECT_THAT(errors.text(), MatchesRegex("threadfunc::sleep\\(\\) - nanosleep\\(\\) reports result: 22 msec: 60000 "
-                                            "tv_sec: [0-9]+ tv_nsec: [0-9]+ cnt: 1\n"));
+    EXPECT_EQ(
+        errors.text(),
+        "threadfunc::sleep() - nanosleep() reports result: 22 msec: 60002 tv_sec: 1061 tv_nsec: 1999999 cnt: 1\n");
+}
+
+TEST(FailedSleep, CountsTheInterruptedCallsToo) {
+    const CapturedOutput errors(STDERR_FILENO);
+    injected::nanosleep.fail(EINTR, 2, ENOTSUP);
+    threadfunc::sleep(1);
+    EXPECT_EQ(injected::nanosleep.calls(), 3);
+    EXPECT_THAT(errors.text(), testing::StartsWith("threadfunc::sleep() - nanosleep() reports result: 95 msec: 1 "));
+    EXPECT_THAT(errors.text(), testing::EndsWith(" cnt: 3\n"));
 }
 
 TEST(FailedSleep, GoesOnSilentlyWhenInterrupted) {
@@ -207,6 +278,86 @@ TEST(FailedSleep, OfNegativeMakesNoCallAndOfZeroOne) {
     EXPECT_EQ(injected::nanosleep.calls(), 0);
     threadfunc::sleep(0);
     EXPECT_EQ(injected::nanosleep.calls(), 1);
+}
+
+struct DeadlineRow {
+    const char* why;
+    long nanosecondsNow;
+    int msec;
+    injected::SleepArguments deadline;
+};
+class SleepDeadline : public testing::TestWithParam<DeadlineRow> {};
+// It is the same at each call, so that an interrupted sleep ends at the same moment as an uninterrupted one.
+TEST_P(SleepDeadline, IsAMomentOnTheMonotonicClock) {
+    const CapturedOutput errors(STDERR_FILENO);
+    const injected::MonotonicClock clock(100, GetParam().nanosecondsNow);
+    for (const int interruptions : {0, 5}) {
+        injected::lastSleep = {};
+        injected::nanosleep.fail(EINTR, interruptions, EINVAL);
+        threadfunc::sleep(GetParam().msec);
+        EXPECT_EQ(injected::nanosleep.calls(), interruptions + 1);
+        EXPECT_EQ(injected::lastSleep, GetParam().deadline);
+    }
+}
+constexpr injected::SleepArguments until(long long seconds, long nanoseconds) {
+    return {CLOCK_MONOTONIC, TIMER_ABSTIME, seconds, nanoseconds};
+}
+INSTANTIATE_TEST_SUITE_P(Rows, SleepDeadline,
+                         testing::Values(DeadlineRow{"zeroIsNow", 5, 0, until(100, 5)},
+                                         DeadlineRow{"millisecond", 5, 1, until(100, 1'000'005)},
+                                         DeadlineRow{"justBelowASecond", 5, 999, until(100, 999'000'005)},
+                                         DeadlineRow{"second", 5, 1000, until(101, 5)},
+                                         DeadlineRow{"secondAndAHalf", 5, 1500, until(101, 500'000'005)},
+                                         DeadlineRow{"lastNanosecond", 499'999'999, 1500, until(101, 999'999'999)},
+                                         DeadlineRow{"carries", 500'000'000, 1500, until(102, 0)},
+                                         DeadlineRow{"carriesMost", 999'999'999, 999, until(101, 998'999'999)},
+                                         DeadlineRow{"largest", 900'000'000, 2147483647, until(2147584, 547'000'000)}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
+// --- Lines come at once ------------------------------------------------------------------------------------------
+
+/// Standard output goes into a pipe for the life of the object.
+class PipedOutput {
+public:
+    PipedOutput() : saved(dup(STDOUT_FILENO)) {
+        std::fflush(stdout);
+        if (pipe(ends) != 0) std::abort();
+        dup2(ends[1], STDOUT_FILENO);
+    }
+    ~PipedOutput() {
+        std::fflush(stdout);
+        dup2(saved, STDOUT_FILENO);
+        for (const int open : {saved, ends[0], ends[1]}) close(open);
+    }
+    PipedOutput(const PipedOutput&) = delete;
+    PipedOutput& operator=(const PipedOutput&) = delete;
+
+    std::string arrived() const {
+        char text[512];
+        pollfd readable{ends[0], POLLIN, 0};
+        if (poll(&readable, 1, 0) <= 0) return "";
+        return {text, static_cast<std::size_t>(read(ends[0], text, sizeof text))};
+    }
+
+private:
+    int saved;
+    int ends[2]{};
+};
+
+TEST(OutputLines, OfAFailedSemaphoreWaitAreFlushed) {
+    const PipedOutput output;
+    threadfunc::semaphore units(0);
+    injected::semaphoreWait.fail(EINVAL);
+    units.wait();
+    EXPECT_EQ(output.arrived(), "sem_wait() 22\n");
+}
+
+TEST(OutputLines, OfAThreadStartAreFlushed) {
+    const PipedOutput output;
+    threadfunc::threadQuietOff();
+    threadfunc::threadJoin(startThread(0, "file"));
+    threadfunc::threadQuietOn();
+    EXPECT_THAT(output.arrived(), testing::EndsWith("Call origin: file line 1\n"));
 }
 
 // --- Locks -------------------------------------------------------------------------------------------------------
@@ -249,27 +400,42 @@ TEST(MutexWithoutMemory, FailsInAllItsOperations) {
     }
 }
 
+TEST(Locks, GiveBackWhatTheyTook) {
+    injected::mutexDestroy.watch();
+    injected::semaphoreDestroy.watch();
+    {
+        const threadfunc::mutex lock;
+        const threadfunc::semaphore units(1);
+        EXPECT_EQ(injected::lastSemaphoreShared, 0);  // for the threads of one process
+        EXPECT_EQ(injected::mutexDestroy.calls() + injected::semaphoreDestroy.calls(), 0);
+    }
+    EXPECT_EQ(injected::mutexDestroy.calls(), 1);
+    EXPECT_EQ(injected::semaphoreDestroy.calls(), 1);
+}
+
 class GlobalLockStart : public kittest::FreshProcess {};
 
 // Whether the lock was made recursive, at the first of two calls.
-void lockAndLeave(int expectedInits) {
+void lockAndLeave(int expectedInits, int attributesTakenBack) {
     injected::mutexInit.watch();
+    injected::mutexAttributesEnd.watch();
     for (int i = 0; i < 2; ++i) {
         require(threadfunc::globalLock() == 0);
         require(threadfunc::globalUnlock() == 0);
     }
     require(injected::mutexInit.calls() == expectedInits);
+    require(injected::mutexAttributesEnd.calls() == attributesTakenBack);
     std::_Exit(0);
 }
 
 TEST_F(GlobalLockStart, PreparesTheRecursiveKindOnce) {
-    EXPECT_EXIT(lockAndLeave(1), testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(lockAndLeave(1, 1), testing::ExitedWithCode(0), "^$");
 }
 
 TEST_F(GlobalLockStart, KeepsTheDefaultKindWhenAttributesFail) {
     const auto lock = [] {
         injected::mutexAttributesInit.fail(ENOMEM);
-        lockAndLeave(0);
+        lockAndLeave(0, 0);
     };
     EXPECT_EXIT(lock(), testing::ExitedWithCode(0), "^$");
 }
@@ -277,7 +443,7 @@ TEST_F(GlobalLockStart, KeepsTheDefaultKindWhenAttributesFail) {
 TEST_F(GlobalLockStart, KeepsTheDefaultKindWhenTheKindIsRefused) {
     const auto lock = [] {
         injected::mutexAttributesType.fail(EINVAL);
-        lockAndLeave(0);
+        lockAndLeave(0, 1);
     };
     EXPECT_EXIT(lock(), testing::ExitedWithCode(0), "^$");
 }
@@ -299,6 +465,14 @@ TEST(MessageQueueMemory, IsAllocatedByTheBlockAndNotByTheValue) {
         queue.get();
     }
     EXPECT_LE(injected::newThrowing.calls(), kValues / 128 + 20);
+}
+
+// --- Reading the clock -------------------------------------------------------------------------------------------
+
+TEST(FailedClock, CannotBeStarted) {
+    EXPECT_EQ(threadfunc::startMonotonicClock(), 0);
+    const injected::MonotonicClock unreadable;
+    EXPECT_EQ(threadfunc::startMonotonicClock(), -1);
 }
 
 // --- Setting the clock -------------------------------------------------------------------------------------------

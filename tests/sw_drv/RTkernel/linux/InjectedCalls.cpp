@@ -5,18 +5,30 @@
 #include <sched.h>
 #include <semaphore.h>
 #include <sys/time.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <new>
 
 namespace injected {
 
-void Call::fail(int errorNumber, int times) {
+namespace {
+
+thread_local const MonotonicClock* ownClock = nullptr;
+thread_local Steps* ownSteps = nullptr;
+
+}  // namespace
+
+void Call::fail(int errorNumber, int times, int lastError) {
     left = 0;
     error = errorNumber;
+    last = lastError;
     count = 0;
-    left = times;
+    left = times + (lastError != 0 ? 1 : 0);
 }
 
 int Call::next() {
@@ -24,7 +36,27 @@ int Call::next() {
     int before = left;
     while (before > 0 && !left.compare_exchange_weak(before, before - 1)) {
     }
+    if (before == 1 && last != 0) return last;
     return before > 0 ? error.load() : 0;
+}
+
+MonotonicClock::MonotonicClock(long long seconds, long nanoseconds) : readable(true) {
+    now.tv_sec = static_cast<std::time_t>(seconds);
+    now.tv_nsec = nanoseconds;
+    ownClock = this;
+}
+
+MonotonicClock::MonotonicClock() : readable(false) { ownClock = this; }
+
+MonotonicClock::~MonotonicClock() { ownClock = nullptr; }
+
+Steps::Steps() { ownSteps = this; }
+
+Steps::~Steps() { ownSteps = nullptr; }
+
+void Steps::note(char letter) {
+    if (ownSteps == nullptr || ownSteps->used == ownSteps->letters.size()) return;
+    ownSteps->letters[ownSteps->used++] = letter;
 }
 
 Call attributesInit;
@@ -38,16 +70,29 @@ Call nanosleep;
 Call semaphoreWait;
 Call mutexAttributesInit;
 Call mutexAttributesType;
+Call mutexAttributesEnd;
 Call mutexInit;
+Call mutexDestroy;
+Call semaphoreInit;
+Call semaphoreDestroy;
 Call pipeOpen;
 Call pollWait;
 Call byteWrite;
+Call textWrite;
 Call newNothrow;
 Call newThrowing;
 Call setTime;
+std::atomic<std::size_t> longestWrite{SIZE_MAX};
+std::atomic<void (*)()> onThreadStart{nullptr};
 CreateArguments lastCreate{};
+SchedulerArguments lastScheduler{};
+int lastSemaphoreShared = -1;
 SetTimeArguments lastSetTime{};
+thread_local SleepArguments lastSleep{};
 std::atomic<long long> monotonicAheadMs{0};
+std::atomic<long> pageBytes{0};
+std::atomic<const rusage*> usage{nullptr};
+std::atomic<const char*> fileText{nullptr};
 
 }  // namespace injected
 
@@ -85,6 +130,19 @@ int failureOr(injected::Call& call, const Real& real) {
     return -1;
 }
 
+struct ThreadStart {
+    void* (*body)(void*);
+    void* argument;
+};
+
+void* startThread(void* argument) {
+    auto* const start = static_cast<ThreadStart*>(argument);
+    const ThreadStart own = *start;
+    delete start;
+    injected::onThreadStart.load()();
+    return own.body(own.argument);
+}
+
 }  // namespace
 
 extern "C" {
@@ -111,7 +169,10 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
         pthread_attr_getstacksize(attributes, &injected::lastCreate.stackBytes);
         pthread_attr_getinheritsched(attributes, &injected::lastCreate.inheritScheduling);
     }
-    return errorOr(injected::threadCreate, [=] { return __real_pthread_create(thread, attributes, body, argument); });
+    return errorOr(injected::threadCreate, [=] {
+        if (injected::onThreadStart == nullptr) return __real_pthread_create(thread, attributes, body, argument);
+        return __real_pthread_create(thread, attributes, startThread, new ThreadStart{body, argument});
+    });
 }
 
 int __real_sigaction(int, const struct sigaction*, struct sigaction*);
@@ -121,6 +182,7 @@ int __wrap_sigaction(int signal, const struct sigaction* action, struct sigactio
 
 int __real_sched_setscheduler(pid_t, int, const sched_param*);
 int __wrap_sched_setscheduler(pid_t process, int policy, const sched_param* parameters) {
+    injected::lastScheduler = {process, policy, parameters->sched_priority};
     return failureOr(injected::setScheduler, [=] { return __real_sched_setscheduler(process, policy, parameters); });
 }
 
@@ -132,16 +194,40 @@ int __wrap_sched_getparam(pid_t process, sched_param* parameters) {
 #define NANOSLEEP TIME_CALL(clock_nanosleep, __clock_nanosleep_time64)
 int REAL(NANOSLEEP)(clockid_t, int, const timespec*, timespec*);
 int WRAP(NANOSLEEP)(clockid_t clock, int flags, const timespec* time, timespec* rest) {
+    injected::lastSleep = {clock, flags, time->tv_sec, static_cast<long>(time->tv_nsec)};
     return errorOr(injected::nanosleep, [=] { return REAL(NANOSLEEP)(clock, flags, time, rest); });
 }
 
 #define GETTIME TIME_CALL(clock_gettime, __clock_gettime64)
 int REAL(GETTIME)(clockid_t, timespec*);
 int WRAP(GETTIME)(clockid_t clock, timespec* time) {
+    if (clock != CLOCK_MONOTONIC) return REAL(GETTIME)(clock, time);
+    injected::Steps::note('c');
+    if (injected::ownClock != nullptr) {
+        if (!injected::ownClock->readable) return -1;
+        *time = injected::ownClock->now;
+        return 0;
+    }
     const int result = REAL(GETTIME)(clock, time);
-    const long long aheadMs = clock == CLOCK_MONOTONIC ? injected::monotonicAheadMs.load() : 0;
-    time->tv_sec += aheadMs / 1000;
+    const long long nanoseconds = time->tv_nsec + injected::monotonicAheadMs % 1000 * 1'000'000;
+    time->tv_sec += static_cast<std::time_t>(injected::monotonicAheadMs / 1000 + nanoseconds / 1'000'000'000);
+    time->tv_nsec = static_cast<long>(nanoseconds % 1'000'000'000);
     return result;
+}
+
+#define GETRUSAGE TIME_CALL(getrusage, __getrusage64)
+int REAL(GETRUSAGE)(__rusage_who_t, rusage*);
+int WRAP(GETRUSAGE)(__rusage_who_t who, rusage* usage) {
+    const rusage* const stated = injected::usage;
+    if (stated == nullptr) return REAL(GETRUSAGE)(who, usage);
+    *usage = *stated;
+    return 0;
+}
+
+long __real_sysconf(int);
+long __wrap_sysconf(int name) {
+    const long bytes = name == _SC_PAGESIZE ? injected::pageBytes.load() : 0;
+    return bytes != 0 ? bytes : __real_sysconf(name);
 }
 
 #define SETTIME TIME_CALL(settimeofday, __settimeofday64)
@@ -152,7 +238,56 @@ int WRAP(SETTIME)(const timeval* time, const struct timezone* /*zone*/) {
 
 int __real_sem_wait(sem_t*);
 int __wrap_sem_wait(sem_t* semaphore) {
+    injected::Steps::note('w');
     return failureOr(injected::semaphoreWait, [=] { return __real_sem_wait(semaphore); });
+}
+
+int __real_sem_trywait(sem_t*);
+int __wrap_sem_trywait(sem_t* semaphore) {
+    injected::Steps::note('t');
+    return __real_sem_trywait(semaphore);
+}
+
+int __real_sem_post(sem_t*);
+int __wrap_sem_post(sem_t* semaphore) {
+    injected::Steps::note('p');
+    return __real_sem_post(semaphore);
+}
+
+int __real_sem_init(sem_t*, int, unsigned);
+int __wrap_sem_init(sem_t* semaphore, int shared, unsigned value) {
+    injected::lastSemaphoreShared = shared;
+    return failureOr(injected::semaphoreInit, [=] { return __real_sem_init(semaphore, shared, value); });
+}
+
+int __real_sem_destroy(sem_t*);
+int __wrap_sem_destroy(sem_t* semaphore) {
+    injected::semaphoreDestroy.next();
+    return __real_sem_destroy(semaphore);
+}
+
+int __real_pthread_mutex_lock(pthread_mutex_t*);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    injected::Steps::note('L');
+    return __real_pthread_mutex_lock(mutex);
+}
+
+int __real_pthread_mutex_unlock(pthread_mutex_t*);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+    injected::Steps::note('U');
+    return __real_pthread_mutex_unlock(mutex);
+}
+
+int __real_pthread_mutex_destroy(pthread_mutex_t*);
+int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex) {
+    injected::mutexDestroy.next();
+    return __real_pthread_mutex_destroy(mutex);
+}
+
+int __real_pthread_mutexattr_destroy(pthread_mutexattr_t*);
+int __wrap_pthread_mutexattr_destroy(pthread_mutexattr_t* attributes) {
+    injected::mutexAttributesEnd.next();
+    return __real_pthread_mutexattr_destroy(attributes);
 }
 
 int __real_pthread_mutexattr_init(pthread_mutexattr_t*);
@@ -182,8 +317,15 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeoutMs) {
 
 ssize_t __real_write(int, const void*, std::size_t);
 ssize_t __wrap_write(int descriptor, const void* bytes, std::size_t count) {
-    if (count != 1) return __real_write(descriptor, bytes, count);
-    return failureOr(injected::byteWrite, [=] { return __real_write(descriptor, bytes, count); });
+    if (count == 1) injected::Steps::note('W');
+    return failureOr(count == 1 ? injected::byteWrite : injected::textWrite,
+                     [=] { return __real_write(descriptor, bytes, std::min(count, injected::longestWrite.load())); });
+}
+
+std::FILE* __real_fopen64(const char*, const char*);
+std::FILE* __wrap_fopen64(const char* path, const char* mode) {
+    const char* const text = injected::fileText;
+    return text == nullptr ? __real_fopen64(path, mode) : fmemopen(const_cast<char*>(text), std::strlen(text), mode);
 }
 
 void* REAL(OPERATOR_NEW)(std::size_t);

@@ -61,6 +61,14 @@ TEST_F(ProcessName, IsTakenAtTheFirstCallAndNotBefore) {
     EXPECT_EXIT(renameFirst(), testing::ExitedWithCode(0), "");
 }
 
+TEST_F(ProcessName, IsTheFirstLineAlone) {
+    const auto renameToTwoLines = [] {
+        prctl(PR_SET_NAME, "first\nsecond");
+        _exit(threadfunc::processName() == "first" ? 0 : 2);
+    };
+    EXPECT_EXIT(renameToTwoLines(), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(ProcessName, StaysEmptyWhileTheFileCannotBeReadAndIsTriedAgain) {
     const auto tryAgain = [] {
         { threadfunc::mutex known; }  // the sanitizers need a descriptor when they first meet a type

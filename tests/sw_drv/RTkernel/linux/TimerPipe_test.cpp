@@ -84,6 +84,13 @@ TEST(TimerPipe, SleepWithoutAReadEndLastsItsTime) {
     EXPECT_EQ(errors.text(), "");
 }
 
+TEST(TimerPipe, SleepOnAReadEndThatIsNotOpenLastsItsTime) {
+    const CapturedOutput errors(STDERR_FILENO);
+    const TimerPipe pipe(1'000'000, -1);
+    EXPECT_GE(sleepTime(pipe, 50), milliseconds(49));
+    EXPECT_EQ(errors.text(), "");
+}
+
 TEST(TimerPipe, WakeupThatCannotBeReadIsReported) {
     const CapturedOutput errors(STDERR_FILENO);
     const TimerPipe folder(open("/", O_RDONLY | O_CLOEXEC), -1);  // is always readable, and reads fail
