@@ -172,32 +172,6 @@ TEST(MessageQueue, KeepsTheOrderBetweenTwoThreads) {
     writer.join();
 }
 
-TEST(MessageQueue, LosesAndDoublesNothingBetweenManyThreads) {
-    constexpr int kThreads = 4;
-    constexpr int kEach = 4000;
-    queue_template<int> queue(10);
-    std::vector<std::atomic<int>> seen(kThreads * kEach);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&queue, t] {
-            for (int i = 0; i < kEach; ++i) {
-                const int value = t * kEach + i;
-                if (i % 2 == 0 || !queue.tryPut(value)) queue.put(value);
-            }
-        });
-        threads.emplace_back([&queue, &seen] {
-            for (int i = 0; i < kEach; ++i) {
-                int value = 0;
-                if (i % 2 == 0 || !queue.tryGet(value)) value = queue.get();
-                ++seen[static_cast<std::size_t>(value)];
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    for (const std::atomic<int>& count : seen) ASSERT_EQ(count, 1);
-    EXPECT_EQ(countsOf(queue), (Counts{0, 10}));
-}
-
 TEST(MessageQueue, HoldsValuesOfAnyCopyableType) {
     queue_template<std::string> queue(2);
     const std::string text(1000, 'x');

@@ -343,7 +343,7 @@ TEST(Sleep, OfNegativeOrZeroReturnsAtOnce) {
 }
 
 TEST(Sleep, LastsAtLeastAsLongAsAsked) {
-    for (const int msec : {1, 30, 999}) {
+    for (const int msec : {1, 30, 120}) {
         const milliseconds slept = timeOfSleep(msec);
         EXPECT_GE(slept, milliseconds(msec));
         EXPECT_LT(slept, milliseconds(msec) + milliseconds(2000));
@@ -352,7 +352,8 @@ TEST(Sleep, LastsAtLeastAsLongAsAsked) {
 
 std::atomic<int> signalsSeen{0};
 
-TEST(Sleep, Of1500EndsAfterOneAndAHalfSecondsAlthoughSignalsInterruptIt) {
+// The deadline itself, 1500 ms among others, stands in FailedCalls_test.cpp.
+TEST(Sleep, EndsInItsTimeAlthoughSignalsInterruptIt) {
     struct sigaction action {};
     struct sigaction previous {};
     action.sa_handler = [](int) { ++signalsSeen; };
@@ -361,19 +362,19 @@ TEST(Sleep, Of1500EndsAfterOneAndAHalfSecondsAlthoughSignalsInterruptIt) {
     std::atomic<bool> done{false};
     milliseconds slept{};
     std::thread sleeper([&] {
-        slept = timeOfSleep(1500);
+        slept = timeOfSleep(300);
         done = true;
     });
     while (!done) {
         pthread_kill(sleeper.native_handle(), SIGUSR1);
-        std::this_thread::sleep_for(milliseconds(5));
+        std::this_thread::sleep_for(milliseconds(2));
     }
     sleeper.join();
     sigaction(SIGUSR1, &previous, nullptr);
-    EXPECT_GE(slept, milliseconds(1500));
-    EXPECT_LT(slept, milliseconds(4000));
+    EXPECT_GE(slept, milliseconds(300));
+    EXPECT_LT(slept, milliseconds(3000));
     const bool heldBack = kittest::watchedByThreadSanitizer();  // it delivers signals after the sleep
-    EXPECT_GT(signalsSeen, heldBack ? 0 : 20);
+    EXPECT_GT(signalsSeen, heldBack ? 0 : 5);
 }
 
 TEST(ThreadId, IsTheKernelsAndDiffersFromThreadToThread) {

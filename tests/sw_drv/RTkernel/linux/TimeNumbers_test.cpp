@@ -35,6 +35,12 @@ double digits(const char* format, Values... values) {
 
 int below(std::mt19937& random, int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); }
 
+// Each fifth at the edge of a millisecond or of the second.
+int microsecondOf(std::mt19937& random) {
+    constexpr int kEdges[] = {0, 1, 999, 1000, 1001, 499'999, 500'000, 998'999, 999'000, 999'999};
+    return below(random, 5) == 0 ? kEdges[below(random, 10)] : below(random, 1'000'000);
+}
+
 // --- HHMMSS.ffffff from a time -----------------------------------------------------------------------------------
 
 struct OfDayRow {
@@ -63,7 +69,7 @@ TEST(TimeOfDayNumber, AgreesWithTheDigits) {
     std::mt19937 random(1);
     for (int i = 0; i < kRandomCases; ++i) {
         const calendar::Moment m = calendar::randomMoment(random, 1970, 2150);
-        const int usec = below(random, 1'000'000);
+        const int usec = microsecondOf(random);
         ASSERT_NEAR(threadfunc::timeOfDayNumber(at(calendar::secondsOf(m), usec)),
                     digits("%02d%02d%02d.%06d", m.hour, m.minute, m.second, usec), 1e-9);
     }
@@ -81,6 +87,22 @@ TEST(NumberFromMsOfDay, AgreesWithTheDigits) {
         ASSERT_NEAR(threadfunc::numberFromMsOfDay(msOfDay), number, 1e-9) << msOfDay;
         ASSERT_NEAR(threadfunc::dayTimeNumber(17, msOfDay), 17'000'000 + number, 1e-8) << msOfDay;
         ASSERT_EQ(threadfunc::msOfDayFromNumber(threadfunc::numberFromMsOfDay(msOfDay)), msOfDay);
+    }
+}
+
+// Any number of milliseconds, also negative and beyond the day: the sign goes before the digits.
+TEST(DayTimeNumber, AgreesWithTheDigits) {
+    std::mt19937 random(6);
+    for (int i = 0; i < kRandomCases; ++i) {
+        const int ms = static_cast<int>(random());
+        const int day = below(random, 200'000) - 100'000;
+        const std::int64_t magnitude = std::abs(std::int64_t{ms});
+        const double number =
+            digits("%s%02d%02d%02d.%03d", ms < 0 ? "-" : "", static_cast<int>(magnitude / 3'600'000 % 24),
+                   static_cast<int>(magnitude / 60'000 % 60), static_cast<int>(magnitude / 1000 % 60),
+                   static_cast<int>(magnitude % 1000));
+        ASSERT_NEAR(threadfunc::numberFromMsOfDay(ms), number, 1e-9) << ms;
+        ASSERT_NEAR(threadfunc::dayTimeNumber(day, ms), day * 1e6 + number, 3e-5) << day << " " << ms;
     }
 }
 
@@ -152,13 +174,32 @@ TEST(FromTimeNumber, AgreesWithTheDigits) {
         const int hour = below(random, 100);
         const int minute = below(random, 60);
         const int second = below(random, 60);
-        const int usec = below(random, 1'000'000);
+        const int usec = microsecondOf(random);
         const double number = digits("%02d%02d%02d.%06d", hour, minute, second, usec);
         const int seconds = (hour * 60 + minute) * 60 + second;
         ASSERT_EQ(threadfunc::msOfDayFromNumber(number), seconds % 86400 * 1000 + usec / 1000) << number;
         const timeval time = threadfunc::timeOfDayFromNumber(number);
         ASSERT_EQ(time.tv_sec, seconds);
         ASSERT_EQ(time.tv_usec, usec / 1000 * 1000);
+    }
+}
+
+// Nanoseconds in whole numbers: half a microsecond below a whole millisecond counts as that, no more and no less.
+TEST(FromTimeNumber, CutsNanosecondsToMilliseconds) {
+    std::mt19937 random(7);
+    for (int i = 0; i < kRandomCases; ++i) {
+        const int nearEdge = below(random, 1000) * 1'000'000 + 999'400 + below(random, 200);
+        const int ns = below(random, 2) == 0 ? nearEdge : below(random, 1'000'000'000);
+        if (std::abs(ns % 1'000'000 - 999'500) < 5) continue;  // what a double cannot tell apart
+        const int hour = below(random, 100);
+        const int minute = below(random, 60);
+        const int second = below(random, 60);
+        const double number = digits("%02d%02d%02d.%09d", hour, minute, second, ns);
+        const int seconds = (hour * 60 + minute) * 60 + second;
+        const int ms = (ns + 500) / 1'000'000;
+        ASSERT_EQ(threadfunc::msOfDayFromNumber(number), seconds % 86400 * 1000 + ms) << hour << " " << ns;
+        ASSERT_EQ(threadfunc::timeOfDayFromNumber(number).tv_usec, ms * 1000);
+        ASSERT_EQ(threadfunc::timeOfDayFromNumber(-number).tv_sec, -seconds);
     }
 }
 
@@ -191,6 +232,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, DayStamp,
                          [](const auto& row) { return std::string(row.param.why); });
 
 TEST(DayStamp, AgreesWithACountOfDaysAndLeadsBack) {
+    const calendar::Zone fiveAndAHalfHoursEast("ABC-5:30");
     std::mt19937 random(4);
     for (int i = 0; i < kRandomCases; ++i) {
         const calendar::Moment m = calendar::randomMoment(random, 1902, 2150);
@@ -203,6 +245,9 @@ TEST(DayStamp, AgreesWithACountOfDaysAndLeadsBack) {
         const timeval time = threadfunc::timeFromDayStamp(static_cast<int>(stamp), number, true);
         ASSERT_EQ(time.tv_sec, seconds);
         ASSERT_EQ(time.tv_usec, ms * 1000);
+        const timeval local = threadfunc::timeFromDayStamp(static_cast<int>(stamp), number, false);
+        ASSERT_EQ(local.tv_sec, seconds - 19800);
+        ASSERT_EQ(local.tv_usec, ms * 1000);
     }
 }
 
@@ -252,7 +297,7 @@ TEST(DateTimeNumber, AgreesWithTheDigits) {
     std::mt19937 random(5);
     for (int i = 0; i < kRandomCases; ++i) {
         const calendar::Moment m = calendar::randomMoment(random, 1970, 2150);
-        const int usec = below(random, 1'000'000);
+        const int usec = microsecondOf(random);
         const double number = digits("%02d%02d%02d%02d%02d%02d.%03d", m.year % 100, m.month, m.day, m.hour, m.minute,
                                      m.second, usec / 1000);
         std::tm fields{};
