@@ -54,7 +54,9 @@ void ProprietarySocketClient::connectToAny(const AddressList& addresses, std::ui
         OwnedSocket socket(openSocket(*address));
         if (socket.get() < 0) continue;
         if (!registerSocket(socket.get(), ticket)) return;
-        if (connectSocket(socket.get(), *address)) return goOnline(socket, ticket);
+        // A close that comes after this look finds a socket whose wait a shutdown ends.
+        if (beginConnect(socket.get(), *address) && isWanted(ticket) && awaitConnect(socket.get()))
+            return goOnline(socket, ticket);
         forgetSocket();
     }
 }
@@ -66,6 +68,11 @@ bool ProprietarySocketClient::registerSocket(int socket, std::uint32_t ticket) {
     return true;
 }
 
+bool ProprietarySocketClient::isWanted(std::uint32_t ticket) {
+    const MutexLock lock(linkMutex);
+    return closeCount == ticket;
+}
+
 void ProprietarySocketClient::forgetSocket() {
     const MutexLock lock(linkMutex);
     fd = -1;  // before the descriptor is closed: its number may be somebody else's a moment later
@@ -75,7 +82,10 @@ void ProprietarySocketClient::goOnline(OwnedSocket& socket, std::uint32_t ticket
     rxQueue.open();
     txQueue.open();
     LinkRecord started = startLink(this, socket.get(), txQueue, rxQueue);
-    if (started.linkFd < 0) return forgetSocket();
+    if (started.linkFd < 0) {
+        txQueue.close();  // nobody will make room for a sender
+        return forgetSocket();
+    }
     static_cast<void>(socket.release());
     if (publishLink(started, ticket)) return;
     forgetSocket();
@@ -86,13 +96,13 @@ bool ProprietarySocketClient::publishLink(const LinkRecord& started, std::uint32
     const MutexLock lock(linkMutex);
     if (closeCount != ticket) return false;
     connected = true;
+    ++linkNumber;  // before the hooks can start a ping thread
     dispatchThread = threadfunc::ThreadCreate(kDispatchPriority, runDispatch, this, 0, kOriginFile, kDispatchOrigin);
     if (dispatchThread == 0) {
         connected = false;
         return false;
     }
     link = started;
-    ++linkNumber;
     attempting = false;
     return true;
 }
@@ -111,6 +121,15 @@ void ProprietarySocketClient::closeSocket(bool reopen) {
     if (!announceClose(reopen, number)) return;
     const MutexLock oneAtATime(closeMutex);
     finishClose(number);
+}
+
+void ProprietarySocketClient::closeForGood() {
+    {
+        const MutexLock lock(linkMutex);
+        closedForGood = true;
+        closing = true;
+    }
+    closeSocket(false);
 }
 
 // Returns true when the caller has a link to take down.

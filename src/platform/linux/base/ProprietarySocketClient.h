@@ -12,7 +12,7 @@
 #include "platform/linux/base/PacketQueue.h"
 #include "platform/linux/base/ProprietarySocketCommon.h"
 #include "platform/linux/base/Resolver.h"
-#include "platform/linux/base/ServerConnectionEntry.h"
+#include "platform/linux/base/ServerConnectionList.h"
 #include "sw_drv/RTkernel/linux/threadfunc.h"
 
 class OwnedSocket;
@@ -81,15 +81,19 @@ public:
     /// Pings in a row that had no answer when the next one was due.
     std::int32_t missingPingCount() const { return missingPings; }
 
-    /// What the server said of itself; empty until it did.
+    /// The version that the server said it has; empty until it did. A copy; returns at once.
     std::string getServerVersion() const;
+    /// The name of that version, likewise.
     std::string getServerVersionLabel() const;
 
-    /// The process-wide list of servers, as in ServerConnectionList.h.
+    /// Replaces `out` by a copy of the process-wide list of servers (ServerConnectionList.h).
     static void getServerConnectionList(std::vector<ServerConnectionEntry>& out);
+    /// Prints that list as a table to standard output.
     static void printServerConnectionList();
 
+    /// The server's TCP port, as given to the constructor.
     int port() const { return port_; }
+    /// The server's name or address, as given to the constructor.
     const std::string& host() const { return host_; }
     /// The socket's descriptor, -1 while there is none; to be shown, not to be used.
     std::int32_t descriptor() const { return fd; }
@@ -102,6 +106,8 @@ protected:
     /// One tick of the supervision: counts and reports a missing answer, and sends the next `CmdPing`. For the ping
     /// thread; waits as `sendPacket` does.
     void handlePingTick();
+    /// `closeSocket(false)` for the end of a derived class: it also keeps an idle client from connecting ever again.
+    void closeForGood();
 
 private:
     static constexpr unsigned kPacketCapacity = 100;
@@ -111,6 +117,7 @@ private:
     void endAttempt() EXCLUDES(linkMutex);
     void connectToAny(const AddressList& addresses, std::uint32_t ticket) EXCLUDES(linkMutex);
     bool registerSocket(int socket, std::uint32_t ticket) EXCLUDES(linkMutex);
+    bool isWanted(std::uint32_t ticket) EXCLUDES(linkMutex);
     void forgetSocket() EXCLUDES(linkMutex);
     void goOnline(OwnedSocket& socket, std::uint32_t ticket) EXCLUDES(linkMutex);
     bool publishLink(const LinkRecord& started, std::uint32_t ticket) EXCLUDES(linkMutex);

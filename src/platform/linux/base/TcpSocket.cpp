@@ -1,5 +1,6 @@
 #include "platform/linux/base/TcpSocket.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,8 +11,8 @@
 
 namespace {
 
-/// After an interrupted connect: the system goes on connecting, and tells the outcome when the socket gets writable.
-bool awaitConnection(int fd) {
+/// The system tells the outcome of connecting when the socket gets writable.
+bool isSettledWell(int fd) {
     pollfd wanted{fd, POLLOUT, 0};
     int ready = 0;
     do {
@@ -42,8 +43,9 @@ int openSocket(const addrinfo& address) {
     return socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol);
 }
 
-bool connectSocket(int fd, const addrinfo& address) {
-    const bool connected =
-        connect(fd, address.ai_addr, address.ai_addrlen) == 0 || (errno == EINTR && awaitConnection(fd));
-    return connected && !connectedToItself(fd);
+bool beginConnect(int fd, const addrinfo& address) {
+    if (fcntl(fd, F_SETFL, O_NONBLOCK) != 0) return false;
+    return connect(fd, address.ai_addr, address.ai_addrlen) == 0 || errno == EINPROGRESS || errno == EINTR;
 }
+
+bool awaitConnect(int fd) { return isSettledWell(fd) && !connectedToItself(fd) && fcntl(fd, F_SETFL, 0) == 0; }

@@ -82,6 +82,8 @@ TEST_F(ClientConnect, NobodyListeningIsASilentFailureThatMayBeRepeated) {
         }
         EXPECT_EQ(output.text() + errors.text(), "");
     }
+    client.closeSocket(false);
+    EXPECT_FALSE(client.status().closing) << "an idle client has nothing to close, for good or not";
     port.listenNow();
     EXPECT_TRUE(client.connectToServer());
 }
@@ -226,6 +228,9 @@ TEST_P(MissingThread, FailsTheAttemptAndNothingElse) {
         EXPECT_FALSE(client.status().connected || client.status().closing);
     }
     EXPECT_TRUE(GetParam() == 0 || server.accept().atEnd());
+    int queued = 0;
+    for (int i = 0; i < 150; ++i) queued += client.send(7) ? 1 : 0;
+    EXPECT_EQ(queued, 100) << "nobody will make room: a sender does not wait";
     EXPECT_TRUE(client.connectToServer());
     const Peer peer = server.accept();
     peer.write(hex("00000008 03E8 0008"));
@@ -317,10 +322,7 @@ TEST_P(WaitingConnect, EndsWhenTheClientIsClosed) {
     EXPECT_TRUE(waitFor([&] { return client.descriptor() >= 0; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_FALSE(done);
-    EXPECT_TRUE(waitFor([&] {
-        client.closeSocket(GetParam());
-        return done.load();
-    }));
+    client.closeSocket(GetParam());
     connector.join();
     EXPECT_FALSE(connected);
     EXPECT_EQ(client.descriptor(), -1);
@@ -328,6 +330,69 @@ TEST_P(WaitingConnect, EndsWhenTheClientIsClosed) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reopen, WaitingConnect, testing::Bool());
+
+struct EarlyCloseRow {
+    const char* why;
+    void (*closeAt)(Calls&, const std::function<void()>&);
+};
+
+class EarlyClose : public LeavesNothing, public testing::WithParamInterface<std::tuple<EarlyCloseRow, bool>> {};
+
+// A close just before the connect had begun had nothing to end, and the connect then waited for minutes.
+TEST_P(EarlyClose, EndsTheAttemptWheneverItComes) {
+    const auto& [row, reopen] = GetParam();
+    BusyServer busy;
+    TestClient client(busy.port());
+    {
+        ReplacedCalls calls;
+        int closed = 0;
+        row.closeAt(calls, [&client, &closed, again = reopen] {
+            if (++closed == 1) client.closeSocket(again);
+        });
+        EXPECT_FALSE(client.connectToServer());
+        EXPECT_EQ(closed, 1);
+    }
+    EXPECT_EQ(client.descriptor(), -1);
+    EXPECT_EQ(client.status().closing, !reopen);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, EarlyClose,
+    testing::Combine(testing::Values(EarlyCloseRow{"whileResolving",
+                                                   [](Calls& calls, const std::function<void()>& close) {
+                                                       calls.getaddrinfo = [close](auto... arguments) {
+                                                           close();
+                                                           return __real_getaddrinfo(arguments...);
+                                                       };
+                                                   }},
+                                     EarlyCloseRow{"beforeTheSocket",
+                                                   [](Calls& calls, const std::function<void()>& close) {
+                                                       calls.socket = [close](auto... arguments) {
+                                                           close();
+                                                           return __real_socket(arguments...);
+                                                       };
+                                                   }},
+                                     EarlyCloseRow{"beforeTheConnect",
+                                                   [](Calls& calls, const std::function<void()>& close) {
+                                                       calls.connect = [close](auto... arguments) {
+                                                           close();
+                                                           return __real_connect(arguments...);
+                                                       };
+                                                   }},
+                                     EarlyCloseRow{"behindTheConnect",
+                                                   [](Calls& calls, const std::function<void()>& close) {
+                                                       calls.connect = [close](auto... arguments) {
+                                                           const int result = __real_connect(arguments...);
+                                                           const int error = errno;
+                                                           close();
+                                                           errno = error;
+                                                           return result;
+                                                       };
+                                                   }}),
+                     testing::Bool()),
+    [](const auto& row) {
+        return std::string(std::get<0>(row.param).why) + (std::get<1>(row.param) ? "Reopened" : "ForGood");
+    });
 
 TEST_F(ClientConnect, SignalsDoNotDisturbIt) {
     struct sigaction action {

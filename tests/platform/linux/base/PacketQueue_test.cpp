@@ -221,7 +221,7 @@ TEST(PacketQueue, ClosingAndOpeningUnderLoadStrandsNobody) {
                 static_cast<void>(queue.put(packet));
             }
         });
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 1000; ++round) {
         queue.open();
         for (int i = 0; i < 5; ++i) queue.take();
         queue.close();

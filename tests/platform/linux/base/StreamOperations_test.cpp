@@ -441,6 +441,37 @@ TEST(ReceiveChunk, LongPacketArrivesWholeInABufferOfItsSize) {
     EXPECT_EQ(sizes, (std::vector<std::size_t>{kMebibyte, 2 * kMebibyte, 4 * kMebibyte, 5 * kMebibyte + 3}));
 }
 
+struct GrowthRow {
+    const char* why;
+    const char* length;
+    std::vector<std::size_t> buffers;
+};
+
+class BufferGrowth : public testing::TestWithParam<GrowthRow> {};
+
+TEST_P(BufferGrowth, DoublesWhileTheHalfIsStillMore) {
+    ReplacedCalls calls;
+    std::vector<std::size_t> sizes;
+    note(calls, sizes);
+    calls.recv = [first = true](int, void* buffer, std::size_t count, int) mutable {
+        const Bytes length = hex(GetParam().length);
+        std::fill_n(static_cast<std::uint8_t*>(buffer), count, std::uint8_t{0});
+        if (std::exchange(first, false)) std::copy(length.begin(), length.end(), static_cast<std::uint8_t*>(buffer));
+        return static_cast<ssize_t>(count);
+    };
+    TPacket packet;
+    EXPECT_TRUE(ProprietarySocketCommon::receiveChunk(packet, 77));
+    EXPECT_EQ(sizes, GetParam().buffers);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, BufferGrowth,
+                         testing::Values(GrowthRow{"oneMore", "00100001", {kMebibyte, kMebibyte + 1}},
+                                         GrowthRow{"twice", "00200000", {kMebibyte, 2 * kMebibyte}},
+                                         GrowthRow{"twiceAndOne", "00200001", {kMebibyte, 2 * kMebibyte + 1}},
+                                         GrowthRow{
+                                             "twiceAndTwo", "00200002", {kMebibyte, 2 * kMebibyte, 2 * kMebibyte + 2}}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
 TEST(ReceiveChunk, LongPacketUsesItsBufferAgain) {
     StreamPair stream;
     std::thread writer([&] { stream.far.write(longPacket() + longPacket()); });

@@ -18,6 +18,8 @@ using namespace sockettest;
 
 namespace {
 
+bool connectSocket(int fd, const addrinfo& address) { return beginConnect(fd, address) && awaitConnect(fd); }
+
 AddressList loopback(int port) { return resolveHost("127.0.0.1", port).addresses; }
 
 TEST(OwnedSocket, ClosesWithTheObjectUnlessReleased) {
@@ -70,9 +72,7 @@ TEST(TcpSocket, RefusedIsAFailure) {
 void interrupt(ReplacedCalls& calls, int& interruptions) {
     calls.connect = [&interruptions](int fd, const sockaddr* address, socklen_t length) {
         ++interruptions;
-        fcntl(fd, F_SETFL, O_NONBLOCK);
         static_cast<void>(__real_connect(fd, address, length));
-        fcntl(fd, F_SETFL, 0);
         errno = EINTR;
         return -1;
     };
@@ -117,32 +117,47 @@ TEST(TcpSocket, ConnectedToItselfIsNotConnected) {
     const int reuse = 1;
     setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
     ASSERT_EQ(bind(socket.get(), address->ai_addr, address->ai_addrlen), 0);
-    int itself = -1;
-    ReplacedCalls calls;
-    calls.connect = [&itself](int fd, const sockaddr* to, socklen_t length) {
-        return itself = __real_connect(fd, to, length);
-    };
     EXPECT_FALSE(connectSocket(socket.get(), *address));
-    EXPECT_EQ(itself, 0) << "the system did connect it";
+    sockaddr_storage itself{};
+    socklen_t length = sizeof itself;
+    EXPECT_EQ(getpeername(socket.get(), reinterpret_cast<sockaddr*>(&itself), &length), 0) << "the system did it";
 }
 
 // A listener whose queue is full leaves callers waiting.
-TEST(TcpSocket, ShutdownEndsTheWait) {
-    LoopbackServer server(0);
+class WaitingSocket : public testing::Test {
+protected:
+    WaitingSocket() {
+        EXPECT_TRUE(connectSocket(first.get(), *address));
+        EXPECT_TRUE(beginConnect(waiting.get(), *address));
+    }
+
+    LoopbackServer server{0};
     const AddressList address = loopback(server.port());
-    const OwnedSocket first(openSocket(*address)), waiting(openSocket(*address));
-    ASSERT_TRUE(connectSocket(first.get(), *address));
+    const OwnedSocket first{openSocket(*address)}, waiting{openSocket(*address)};
+};
+
+TEST_F(WaitingSocket, ShutdownEndsTheWait) {
     std::atomic<bool> done{false}, connected{true};
     std::thread connector([&] {
-        connected = connectSocket(waiting.get(), *address);
+        connected = awaitConnect(waiting.get());
         done = true;
     });
-    EXPECT_TRUE(testsupport::waitFor([&] {
-        shutdown(waiting.get(), SHUT_RDWR);  // does nothing before the connect has begun
-        return done.load();
-    }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_FALSE(done);
+    shutdown(waiting.get(), SHUT_RDWR);
     connector.join();
     EXPECT_FALSE(connected);
+}
+
+TEST_F(WaitingSocket, ShutdownInFrontOfTheWaitEndsItToo) {
+    shutdown(waiting.get(), SHUT_RDWR);
+    EXPECT_FALSE(awaitConnect(waiting.get()));
+}
+
+TEST_F(WaitingSocket, RoomAtTheListenerEndsTheWait) {
+    const Peer freed = server.accept();
+    EXPECT_TRUE(awaitConnect(waiting.get()));
+    EXPECT_EQ(fcntl(waiting.get(), F_GETFL) & O_NONBLOCK, 0);
 }
 
 }  // namespace
