@@ -37,8 +37,8 @@ CANFlasherClient::CANFlasherClient(int port, const char* host)
 
 CANFlasherClient::~CANFlasherClient() { shutDown(); }
 
-/// Nothing here may wait for ever. The dispatch thread never waits for the worker (requestDisconnect), so closeSocket,
-/// which joins it, returns; closing frees a worker that waits in sendPacket for a peer that does not read; so the
+/// Nothing here may wait for ever. The dispatch thread never waits for the worker (requestDisconnect), so closing the
+/// link, which joins it, returns; closing frees a worker that waits in sendPacket for a peer that does not read; so the
 /// worker comes round to its queue again, and the end mark finds room and is taken.
 void CANFlasherClient::shutDown() {
     ending = true;
@@ -47,7 +47,7 @@ void CANFlasherClient::shutDown() {
     TUpdCmd dropped{};
     while (updateQueue.tryGet(dropped)) {
     }
-    closeSocket(false);
+    closeForGood();  // also when the worker is just between two attempts to connect
     if (updateThread != kNoThread) {
         updateQueue.put(UpdQuit);
         threadfunc::threadJoin(std::exchange(updateThread, kNoThread));
@@ -58,7 +58,7 @@ void CANFlasherClient::shutDown() {
 }
 
 bool CANFlasherClient::connectToServer() {
-    for (int attempt = 0; attempt < kConnectAttempts; ++attempt) {
+    for (int attempt = 0; attempt < kConnectAttempts && !ending; ++attempt) {
         if (ProprietarySocketClient::connectToServer()) return true;
         threadfunc::sleep(kConnectPauseMs);
     }

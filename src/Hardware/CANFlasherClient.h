@@ -45,7 +45,8 @@ public:
     ~CANFlasherClient() override;
 
     /// Connects when possible, in at most 6 attempts with 50 ms behind each failed one. Returns whether there is a
-    /// connection. A connection that the server has closed is not opened again by this. Waits; any thread.
+    /// connection. A connection that the server has closed is not opened again by this. False at once when the client
+    /// was shut down. Waits; any thread.
     bool connectToServer() override;
 
     /// Requests the upload of `hexFile` to the device at `address` (at most 253; negative values pass) with `serial`.

@@ -7,12 +7,14 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/Hardware/HandServer.h"
+#include "tests/Hardware/Intercept.h"
 #include "tests/Hardware/RecordingClient.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/TempFolder.h"
@@ -223,6 +225,40 @@ TEST(ClientLife, ShutDownMayBeCalledAgain) {
     EXPECT_FALSE(client.connectToServer()) << "closed for good";
 }
 
+TEST(ClientLife, NoHookRunsInAClientThatWasShutDown) {
+    HandServer server;
+    RecordingClient client(server.port());
+    ASSERT_TRUE(client.connectToServer());
+    HandConnection connection = server.accept();
+    connection.write(statusPacket(5, 42));
+    ASSERT_TRUE(waitFor([&] { return client.hooks().size() == 2; }));
+    client.shutDown();
+    client.sendStatusReset();
+    EXPECT_EQ(client.hooks().size(), 2U) << "not even for the default status of a client without a server";
+}
+
+TEST(ClientLife, AnIdleClientThatWasShutDownNeverConnects) {
+    HandServer server;
+    RecordingClient client(server.port());
+    client.shutDown();
+    EXPECT_FALSE(client.connectToServer());
+    EXPECT_FALSE(client.ProprietarySocketClient::connectToServer());
+    EXPECT_TRUE(server.isLeftAloneFor(0ms));
+}
+
+// A worker that had just failed to connect went on trying, and destruction waited for it: long, when the host was
+// silent.
+TEST(ClientLife, AWorkerBetweenTwoAttemptsMakesNoMore) {
+    const HandServer server(HandServer::Start::later);
+    const testsupport::RecordedCalls calls;
+    RecordingClient client(server.port());
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdPoll));
+    ASSERT_TRUE(waitFor([&] { return calls.count("connect") > 0; }));
+    const int before = calls.count("connect");
+    mustReturn("shut down", [&] { client.shutDown(); });
+    EXPECT_LE(calls.count("connect"), before + 1);
+}
+
 TEST(ClientLife, TimersThatTheWorkerArmedAgainAreStopped) {
     HandServer server;
     Gate gate;
@@ -297,6 +333,36 @@ TEST(ClientLife, MayEndAtAnyMomentOfAnUpload) {
     }
 }
 
+// The thread that makes the call is stopped at it until destruction has begun, and a little longer.
+TEST(ClientLife, MayEndAtEachCallOfItsThreads) {
+    constexpr int kCalls = 60;  // the polls go on and on
+    const testsupport::TempFolder folder;
+    const std::string hexFile = folder.write("a.hex", "");
+    HandServer server;
+    for (int number = 0; number < kCalls; ++number) {
+        std::atomic<int> made{0};
+        std::atomic<bool> come{false}, ending{false};
+        testsupport::RecordedCalls calls;
+        calls.onCall = [&] {
+            if (made++ != number) return;
+            come = true;
+            EXPECT_TRUE(waitFor([&] { return ending.load(); }));
+            std::this_thread::sleep_for(300us);
+        };
+        auto client = std::make_unique<RecordingClient>(server.port());
+        client->stepTimer.setInterval(1);
+        client->pollTimer.setInterval(1);
+        ASSERT_EQ(client->upload(ISOStyle, 1, 1, hexFile), kUploadRequested);
+        HandConnection connection = server.accept();
+        for (const int state : {1, 5, 6}) connection.write(statusPacket(state, number));
+        ASSERT_TRUE(waitFor([&] { return come.load(); })) << "call " << number;
+        ending = true;
+        mustReturn("destruction at a call", [&] { client.reset(); });
+        while (server.accept(0ms).isOpen()) {
+        }
+    }
+}
+
 TEST(ClientLife, RequestsAndReportsFromSeveralThreadsKeepTheStatusWhole) {
     const testsupport::TempFolder folder;
     const std::string hexFile = folder.write("a.hex", "");
@@ -317,6 +383,66 @@ TEST(ClientLife, RequestsAndReportsFromSeveralThreadsKeepTheStatusWhole) {
     }
     reporter.join();
     mustReturn("shut down", [&] { client.shutDown(); });
+}
+
+/// Takes connections, reports an upload on each from begin to end, and closes every third at once.
+class ReportingServer {
+public:
+    ReportingServer() : thread([this] { serve(); }) {}
+    ~ReportingServer() {
+        stop = true;
+        thread.join();
+    }
+    ReportingServer(const ReportingServer&) = delete;
+    ReportingServer& operator=(const ReportingServer&) = delete;
+    int port() const { return server.port(); }
+
+private:
+    void serve() {
+        std::vector<HandConnection> connections;
+        for (int i = 0; !stop; ++i) {
+            HandConnection connection = server.accept(1ms);
+            if (!connection.isOpen()) continue;
+            for (const int state : {1, 2, 5, 6}) connection.write(statusPacket(state, i % 101));
+            if (i % 3 == 0) connection.close();
+            connections.push_back(std::move(connection));
+            if (connections.size() > 4) connections.erase(connections.begin());
+        }
+    }
+
+    HandServer server;
+    std::atomic<bool> stop{false};
+    std::thread thread;
+};
+
+TEST(ClientLife, ManyThreadsUseOneClientAThousandTimesEach) {
+    constexpr int kRounds = 1000;
+    const testsupport::TempFolder folder;
+    const std::string hexFile = folder.write("a.hex", "");
+    const ReportingServer server;
+    RecordingClient client(server.port());
+    client.stepTimer.setInterval(1);
+    client.pollTimer.setInterval(1);
+    client.onConnect = [&] { return client.ProprietarySocketClient::connectToServer(); };  // one attempt, no pause
+    const std::vector<std::function<void(int)>> work{
+        [&](int i) { client.upload(MTCAN, i % 254, 1, hexFile); },
+        [&](int i) { client.sendCommandByte(i); },
+        [&](int i) { i % 2 == 0 ? client.sendStatusReset() : client.closeSocket(true); },
+        [&](int i) { static_cast<void>(client.updateQueue.tryPut(i % 2 == 0 ? UpdDisconnect : UpdPoll)); },
+        [&](int) { EXPECT_TRUE(client.currentStatus().address == 42 || client.currentStatus() == TStatus{}); },
+        [&](int i) {
+            LinkStatus link;
+            client.getLinkStatus(&link, i % 2 == 0);
+            EXPECT_FALSE(link.pingRunning);
+        }};
+    std::vector<std::thread> threads;
+    for (const auto& one : work)
+        threads.emplace_back([&one] {
+            for (int i = 0; i < kRounds; ++i) one(i);
+        });
+    for (std::thread& thread : threads) thread.join();
+    mustReturn("shut down", [&] { client.shutDown(); });
+    EXPECT_FALSE(client.connectToServer());
 }
 
 }  // namespace

@@ -3,17 +3,22 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 
 namespace {
 
-testsupport::RecordedCalls* recorder = nullptr;  // set while no other thread calls
+std::atomic<testsupport::RecordedCalls*> recorder{nullptr};
 std::mutex callsMutex;
 std::vector<std::string> recordedCalls;
 
 void record(const std::string& call) {
     const std::lock_guard lock(callsMutex);
     if (recorder != nullptr) recordedCalls.push_back(call);
+}
+
+void notice() {
+    if (const testsupport::RecordedCalls* const calls = recorder) calls->notice();
 }
 
 }  // namespace
@@ -26,10 +31,15 @@ void __real_sync();
 void __wrap_sync();
 int __real_connect(int socket, const sockaddr* address, socklen_t length);
 int __wrap_connect(int socket, const sockaddr* address, socklen_t length);
+ssize_t __real_recv(int socket, void* buffer, std::size_t length, int flags);
+ssize_t __wrap_recv(int socket, void* buffer, std::size_t length, int flags);
+ssize_t __real_send(int socket, const void* buffer, std::size_t length, int flags);
+ssize_t __wrap_send(int socket, const void* buffer, std::size_t length, int flags);
 
 int __wrap_system(const char* command) {
     record(std::string("system: ") + command);
-    return recorder != nullptr && recorder->onSystem ? recorder->onSystem(command) : __real_system(command);
+    const testsupport::RecordedCalls* const calls = recorder;
+    return calls != nullptr && calls->onSystem ? calls->onSystem(command) : __real_system(command);
 }
 
 void __wrap_sync() {
@@ -40,7 +50,18 @@ void __wrap_sync() {
 // Also seen by the linker in the socket layer, on the worker's small stack.
 int __wrap_connect(int socket, const sockaddr* address, socklen_t length) {
     record("connect");
+    notice();
     return __real_connect(socket, address, length);
+}
+
+ssize_t __wrap_recv(int socket, void* buffer, std::size_t length, int flags) {
+    notice();
+    return __real_recv(socket, buffer, length, flags);
+}
+
+ssize_t __wrap_send(int socket, const void* buffer, std::size_t length, int flags) {
+    notice();
+    return __real_send(socket, buffer, length, flags);
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -61,6 +82,10 @@ RecordedCalls::~RecordedCalls() {
 std::vector<std::string> RecordedCalls::calls() const {
     const std::lock_guard lock(callsMutex);
     return recordedCalls;
+}
+
+void RecordedCalls::notice() const {
+    if (onCall && pthread_equal(maker, pthread_self()) == 0) onCall();
 }
 
 int RecordedCalls::count(const std::string& call) const {

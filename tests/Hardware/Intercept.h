@@ -1,13 +1,15 @@
 #pragma once
 /// System calls of the client that the tests watch or answer, by the linker's --wrap.
 
+#include <pthread.h>
+
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace testsupport {
 
-/// Records system, sync and connect while it lives. One object at a time.
+/// Records system, sync and connect, and notices recv and send, while it lives. One object at a time.
 class RecordedCalls {
 public:
     RecordedCalls();
@@ -17,11 +19,20 @@ public:
 
     /// Answers the calls of system; unset: the real one does. sync never goes to the disks while the object lives.
     std::function<int(const char* command)> onSystem;
+    /// Runs in front of each connect, recv and send of any thread but the one that made the object. Set while no other
+    /// thread calls; whoever calls ends before the object.
+    std::function<void()> onCall;
 
     /// The calls so far: "connect", "sync", "system: " and the command.
     std::vector<std::string> calls() const;
     /// How many of them are `call`.
     int count(const std::string& call) const;
+
+    /// Runs `onCall` when it is due.
+    void notice() const;
+
+private:
+    const pthread_t maker = pthread_self();
 };
 
 }  // namespace testsupport
