@@ -401,6 +401,14 @@ def perform(seed, build, program=None):
     return plan, play.seen, wrong
 
 
+def summary(seen):
+    """What was seen of a run, in a line."""
+    shown = {name: value if not isinstance(value, bytes) else value[-500:] for name, value in vars(seen).items()}
+    shown["links"] = [(soak_oracle.events_of(link.said)[-3:], len(link.said), link.certain) for link in seen.links]
+    shown["asked"] = [stream.hex() for stream in seen.asked]
+    return str(shown)
+
+
 # Driver and workers.
 
 
@@ -413,7 +421,7 @@ def worker(options):
             kind = " ".join(word for word in (plan.kind, plan.variant) if word) if plan.kind != "clean" else f"clean ({plan.ending})"
             answer = {"kind": kind, "wrong": wrong, "code": seen.code, "waited": seen.shown_while_waiting is not None}
             if wrong:
-                answer["seen"] = repr(seen)
+                answer["seen"] = summary(seen)
         except Exception as failure:  # pylint: disable=broad-except
             answer = {"kind": "?", "wrong": [f"the run could not be made: {failure!r}"], "code": None, "waited": False}
         answer["seconds"] = time.monotonic() - began

@@ -64,6 +64,9 @@ GOOD = {
         seen(output=FIRST + SHOWN_BUSY + block("Idle") + SHOWN_DONE + b"\n",
              links=[Link(BUSY + status(1) + status(3)), Link(DONE)], asked=[ASKED, packet(1001)]), expected()),
     "a report lost with the link": (waited(links=[Link(BUSY + status(4), certain=False)]), expected()),
+    "a busy machine that shows late what may be lost": (
+        waited(output=FIRST + SHOWN_BUSY + SIGNALLED, shown_while_waiting=b"", links=[Link(BUSY, certain=False)]),
+        expected()),
     "an unknown command": (
         seen(output=FIRST + SHOWN_BUSY + b"CANFlasherClient::handleRxPacket( 0x7f12 ) Unexpected command: 9\n" + SHOWN_DONE + b"\n",
              links=[Link(BUSY + packet(9) + DONE)]), expected()),
