@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
 
@@ -144,6 +145,22 @@ TEST(ProcessList, HoldsEveryNumberedFolderWithAPid) {
     table.write("14/stat", "");
     table.write("15/status", "Name:\tnoPid\n");
     EXPECT_EQ(sortedPids(AgApp::listProcesses(table.path())), (std::vector<int>{0, 7, 12, 90}));
+}
+
+TEST(ProcessList, KeepsTheOrderOfTheScan) {
+    const testsupport::TempFolder table;
+    for (int i = 0; i < 60; ++i) {
+        const int pid = 1 + i * 7919 % 1000;
+        table.write(std::to_string(pid) + "/status", statusOf("a", pid));
+    }
+    std::vector<int> scanned;
+    for (const auto& entry : std::filesystem::directory_iterator(table.path())) {
+        scanned.push_back(std::stoi(entry.path().filename()));
+    }
+    ASSERT_EQ(scanned.size(), 60U);
+    std::vector<int> listed;
+    for (const ProcessRecord& process : AgApp::listProcesses(table.path())) listed.push_back(process.pid);
+    EXPECT_EQ(listed, scanned);
 }
 
 TEST(ProcessList, FollowsALinkToAFolder) {
