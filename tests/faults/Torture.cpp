@@ -96,7 +96,7 @@ void runBody(const Scenario& scenario, const Plan& plan, Tally& tally, int repor
     if (!testsupport::waitFor(timersAreOn, std::chrono::seconds(2))) right = wrong("a thread is left");
     if (testsupport::openDescriptors() > before + 2) right = wrong("a descriptor is left");
     if (FAULTS_LEAKS() != 0) right = wrong("memory is left");
-    _exit(right ? 0 : kWrong);
+    testsupport::leave(right ? 0 : kWrong);
 }
 
 /// Status as waitpid gives it; -1: it did not end in time.

@@ -20,6 +20,9 @@ std::size_t openDescriptors();
 /// Number of threads of this process.
 std::size_t runningThreads();
 
+/// `_exit(status)`, for forked processes; what they reached counts in a build that counts it.
+[[noreturn]] void leave(int status);
+
 /// True in builds with AddressSanitizer or ThreadSanitizer, where stacks and memory figures differ.
 bool instrumentedBuild();
 
