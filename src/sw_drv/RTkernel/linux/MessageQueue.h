@@ -27,6 +27,7 @@ public:
     /// and every `put` waits for ever.
     const std::uint32_t capacity;
 
+    /// Empty, with room for `bound` values.
     explicit queue_template(unsigned bound) : capacity(bound), usedSlots(0), freeSlots(bound) {}
     virtual ~queue_template() = default;
     queue_template(const queue_template&) = delete;
