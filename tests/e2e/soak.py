@@ -473,11 +473,13 @@ def report(answers, seconds):
     codes = collections.Counter(str(answer["code"]) for answer in answers.values())
     bad = sorted(seed for seed, answer in answers.items() if answer["wrong"])
     print(f"exit statuses: {', '.join(f'{code}: {count}' for code, count in sorted(codes.items()))}")
-    print(f"ended while they rightly waited: {sum(answer['waited'] for answer in answers.values())}")
     print(f"slowest: {max(answer['seconds'] for answer in answers.values()):.1f} s")
     for seed in bad:
         print(f"replay with: scripts/soak --replay {seed}")
-    print(f"{len(answers)} uploads in {seconds:.0f} s, {len(answers) - len(bad)} as they should be, {len(bad)} not")
+    clean = sum(answer["kind"].startswith("clean") for answer in answers.values())
+    waited = sum(answer["waited"] for answer in answers.values())
+    print(f"{len(answers)} runs from seed {min(answers)} on in {seconds:.0f} s: {clean} without a fault, {waited} that waited "
+          f"to be ended; {len(answers) - len(bad)} as they should be, {len(bad)} not")
     return 1 if bad else 0
 
 
