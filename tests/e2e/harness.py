@@ -281,6 +281,11 @@ class Rig:
         server.starter.start()
         return server
 
+    def forget_launch(self):
+        """Lets the next scripted server wait for a launch of its own."""
+        self.launches.unlink()
+        (self.folder / "listening").unlink()
+
     def hex_file(self, name="firmware.hex", content=":00000001FF\n"):
         path = self.folder / name
         path.write_text(content)

@@ -79,8 +79,7 @@ def changed_in_between(change, expected):
             # On a busy machine the change may have come too late: once more.
             _remove(pathlib.Path(resolved))
             pathlib.Path(resolved).write_bytes(content)
-            (rig.folder / "launches").unlink()
-            (rig.folder / "listening").unlink()
+            rig.forget_launch()
         raise AssertionError(f"sent {packets}, not {expected}")
 
     return play
