@@ -115,6 +115,7 @@ bool anUploadIsShownToItsEnd() {
         for (std::string& argument : arguments) argv.push_back(argument.data());
         argv.push_back(nullptr);
     }
+    std::atexit(disarm);  // what runs after the program is not its own
     threadfunc::exitProcess(CANFlasher::runProgram(static_cast<int>(argv.size()) - 1, argv.data()));
 }
 
