@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Seeded uploads of the real program against the simulated server, most of them with a fault.
 
-    scripts/soak N [--seed S] [--jobs J] [--build BUILD] [--program PROGRAM]    N runs, with the seeds S, S + 1, ...
-    scripts/soak --replay SEED [--build BUILD] [--program PROGRAM]              one run, and all that was seen of it
+    scripts/soak N [--seed S] [--jobs J] [--first] [--build BUILD] [--program PROGRAM]    runs with the seeds S, S + 1, ...
+    scripts/soak --replay SEED [--build BUILD] [--program PROGRAM]                        one run, and all that was seen
 
 Each run has an installation, a port and processes of its own. Its plan follows from the seed; only the moments depend on
 the machine. Ends with status 1 when a run was not as it should be; its seed is printed.
@@ -438,7 +438,7 @@ def start_worker(options):
 def play_all(options):
     """Plays all seeds, several at once. Returns the answers by seed."""
     seeds = iter(range(options.seed, options.seed + options.count))
-    answers = {}
+    answers, wanted = {}, [True]  # emptied when no more runs are wanted
 
     def serve(process):
         with process:
@@ -451,8 +451,10 @@ def play_all(options):
                     print(f"seed {seed} ({answer['kind']}): {text}", flush=True)
                 if answer["wrong"]:
                     print(f"    {answer.get('seen', '')}", flush=True)
-                if process.poll() is not None:
-                    return
+                if process.poll() is not None or (options.first and answer["wrong"]):
+                    wanted.clear()
+                if not wanted:
+                    break
             process.stdin.close()
 
     # Without process names of their own the runs would take each other's servers for theirs.
@@ -502,6 +504,7 @@ def parse_arguments():
     parser.add_argument("count", nargs="?", type=int, metavar="N")
     parser.add_argument("--seed", type=int, default=1, metavar="S")
     parser.add_argument("--jobs", type=int, default=2 * os.cpu_count(), metavar="J")
+    parser.add_argument("--first", action="store_true", help="end after the first run that is not as it should be")
     parser.add_argument("--build", default=str(HERE.parents[1] / "build" / "native"))
     parser.add_argument("--program", help="played instead of the build's")
     parser.add_argument("--replay", type=int, metavar="SEED")
