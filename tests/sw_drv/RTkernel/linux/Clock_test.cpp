@@ -13,6 +13,7 @@
 #include "sw_drv/RTkernel/linux/Stopwatch.h"
 #include "sw_drv/RTkernel/linux/SystemClock.h"
 #include "sw_drv/RTkernel/linux/Thread.h"
+#include "tests/support/Process.h"
 #include "tests/support/TempFolder.h"
 #include "tests/sw_drv/RTkernel/linux/KitTest.h"
 
@@ -72,7 +73,7 @@ TEST_F(FreshClock, CountsMillisecondsFromTheFirstReading) {
         threadfunc::sleep(80);
         threadfunc::startMonotonicClock();  // set already: changes nothing
         require(threadfunc::monotonicMilliseconds() >= 78);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(read(), testing::ExitedWithCode(0), "^$");
 }
@@ -82,7 +83,7 @@ TEST_F(FreshClock, CountsMillisecondsFromItsStart) {
         threadfunc::startMonotonicClock();
         threadfunc::sleep(80);
         require(threadfunc::monotonicMilliseconds() >= 78);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(read(), testing::ExitedWithCode(0), "^$");
 }
@@ -92,7 +93,7 @@ TEST_F(FreshClock, CountsSecondsFromTheStartOfTheProgramAndNotFromTheFirstReadin
         threadfunc::sleep(100);
         const double seconds = threadfunc::secondsSinceStart();
         require(seconds >= 0.1 && seconds < 30);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(read(), testing::ExitedWithCode(0), "^$");
 }
@@ -133,7 +134,7 @@ TEST_F(SimulatedTime, StartsFromTheSystemsTimeAndStandsStill) {
         require(seconds - before.tv_sec >= 100 && seconds - before.tv_sec < 110);
         threadfunc::sleep(30);
         require(same(threadfunc::wallClockNow(), simulated));
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(advance(), testing::ExitedWithCode(0), "^$");
 }
@@ -155,7 +156,7 @@ TEST_F(SimulatedTime, MovesBySecondsAndMicrosecondsFromWhereItStands) {
         require(threadfunc::advanceSimulatedTime(-0.5) == threadfunc::wallClockNow().tv_sec);
         require(microsecondsFromBase() == -500'000);
         require(threadfunc::wallClockNow().tv_usec >= 0 && threadfunc::wallClockNow().tv_usec < 1'000'000);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(advance(), testing::ExitedWithCode(0), "^$");
 }
@@ -169,7 +170,7 @@ TEST_F(SimulatedTime, HoldsForStopwatchesToo) {
         threadfunc::advanceSimulatedTime(12.25);
         require(std::fabs(watch.elapsed() - 12.25) < 1e-6);
         require(std::abs(watch.elapsedMs() - 12250) <= 1);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(measure(), testing::ExitedWithCode(0), "^$");
 }
@@ -186,7 +187,7 @@ TEST_F(SimulatedTime, IsCountedFromTheMonotonicStartOfTheProgram) {
         const double expected =
             static_cast<double>(simulated.tv_sec) + static_cast<double>(simulated.tv_usec) / 1e6 - startOnMonotonic;
         require(std::fabs(threadfunc::secondsSinceStart() - expected) < 0.5);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(compare(), testing::ExitedWithCode(0), "^$");
 }
@@ -203,7 +204,7 @@ TEST_F(SimulatedTime, Beyond32BitsGoesAroundTheCorner) {
         threadfunc::advanceSimulatedTime(-1e300);
         threadfunc::advanceSimulatedTime(NAN);
         static_cast<void>(threadfunc::secondsSinceStart());
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(jump(), testing::ExitedWithCode(0), "^$");
 }
@@ -215,7 +216,7 @@ TEST_F(SimulatedTime, LeavesTheMillisecondClockOfTheTimersAlone) {
         threadfunc::sleep(50);
         const std::int32_t passed = threadfunc::monotonicMilliseconds() - before;
         require(passed >= 48 && passed < 60'000);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(advance(), testing::ExitedWithCode(0), "^$");
 }
@@ -233,7 +234,7 @@ TEST_F(SimulatedTime, IsWhatTheLocalTimeAndDateShow) {
         const threadfunc::PackedDate date = threadfunc::packedLocalDate();
         require(time.hour == 13 && time.minute == 5 && time.second == 7);
         require(date.day == 3 && date.month == 4 && date.year == 2026 && date.weekday == 5);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(show(), testing::ExitedWithCode(0), "^$");
 }
@@ -256,7 +257,7 @@ TEST_F(SimulatedTimeOfThreads, MayBeReadWhileItMoves) {
         for (int n = 0; n < 2000; ++n) threadfunc::advanceSimulatedTime(1);
         for (std::thread& reader : readers) reader.join();
         require(threadfunc::wallClockNow().tv_sec == first.tv_sec + 2000);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(read(), testing::ExitedWithCode(0), "^$");
 }

@@ -425,7 +425,7 @@ void lockAndLeave(int expectedInits, int attributesTakenBack) {
     }
     require(injected::mutexInit.calls() == expectedInits);
     require(injected::mutexAttributesEnd.calls() == attributesTakenBack);
-    std::_Exit(0);
+    testsupport::leave(0);
 }
 
 TEST_F(GlobalLockStart, PreparesTheRecursiveKindOnce) {
@@ -526,7 +526,7 @@ TEST_F(SetClockInSimulatedTime, StartsFromTheMachinesOwnClock) {
         threadfunc::advanceSimulatedTime(40 * 86400.0);
         threadfunc::setClockTime({0, 0, 0});
         require(injected::lastSetTime.seconds / 86400 - real.tv_sec / 86400 <= 1);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(set(), testing::ExitedWithCode(0), "^$");
 }

@@ -40,7 +40,7 @@ TEST_F(FailedTimers, WithoutAPipeComeAtThePassOfTheThread) {
         ProbeTimer far;
         far.startOnce(60'000);
         awaitTimerPass();  // noticed although the first one is far away
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(runWithoutPipe(), testing::ExitedWithCode(0), "^$");
 }
@@ -55,7 +55,7 @@ TEST_F(FailedTimers, WithoutAPipeDoNotKeepTheProcessorBusy) {
         injected::pollWait.watch();
         threadfunc::sleep(500);
         require(injected::pollWait.calls() >= 1 && injected::pollWait.calls() <= 4);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(countPasses(), testing::ExitedWithCode(0), "^$");
 }
@@ -71,7 +71,7 @@ TEST_F(FailedTimers, WithoutAWaitForThePipeComeAllTheSameAndDoNotKeepTheProcesso
         injected::pollWait.fail(EINVAL, INT_MAX);
         threadfunc::sleep(300);
         require(injected::pollWait.calls() >= 1 && injected::pollWait.calls() <= 4);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(countPasses(), testing::ExitedWithCode(0), "^$");
 }
@@ -86,7 +86,7 @@ TEST_F(FailedTimers, WithoutAThreadNeverExpireAndSaySoOnce) {
         threadfunc::sleep(250);
         require(first.expiries == 0 && second.expiries == 0);
         require(injected::threadCreate.calls() == 1);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(runWithoutThread(), testing::ExitedWithCode(0),
                 "^threadfunc::ThreadCreate\\(\\) - pthread_create\\(\\) reports error: Resource temporarily "
@@ -97,7 +97,7 @@ TEST_F(FailedTimers, WithoutAttributesForTheThreadSaySo) {
     const auto run = [] {
         injected::attributesInit.fail(ENOMEM);
         const ProbeTimer timer;
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0),
                 "^threadfunc::ThreadCreate\\(\\) - pthread_attr_init\\(\\) reports error: Cannot allocate memory\n$");
@@ -191,7 +191,7 @@ TEST_F(ClockWrap, IsNoticedByNoTimer) {
         require(before > 10 && before <= watch.elapsedMs() / 3);  // neither stood still nor went wild
         require(periodic.expiredTimes(before + 10));
         require(far.expiries == 0);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(runAcrossWrap(), testing::ExitedWithCode(0), "^$");
 }

@@ -64,7 +64,7 @@ TEST_F(FirstGlobalLock, MayComeFromManyThreadsAtOnce) {
             });
         go = true;
         for (std::thread& thread : threads) thread.join();
-        _exit(count == 8 ? 0 : 4);
+        testsupport::leave(count == 8 ? 0 : 4);
     };
     EXPECT_EXIT(race(), testing::ExitedWithCode(0), "");
 }

@@ -48,7 +48,7 @@ TEST_F(ProcessName, IsReadOnceAndKept) {
         if (first != commOfProcess() || first.empty()) _exit(2);
         prctl(PR_SET_NAME, "renamed");
         if (commOfProcess() != "renamed") _exit(3);
-        _exit(threadfunc::processName() == first ? 0 : 4);
+        testsupport::leave(threadfunc::processName() == first ? 0 : 4);
     };
     EXPECT_EXIT(renameProcess(), testing::ExitedWithCode(0), "");
 }
@@ -56,7 +56,7 @@ TEST_F(ProcessName, IsReadOnceAndKept) {
 TEST_F(ProcessName, IsTakenAtTheFirstCallAndNotBefore) {
     const auto renameFirst = [] {
         prctl(PR_SET_NAME, "late name");
-        _exit(threadfunc::processName() == "late name" ? 0 : 2);
+        testsupport::leave(threadfunc::processName() == "late name" ? 0 : 2);
     };
     EXPECT_EXIT(renameFirst(), testing::ExitedWithCode(0), "");
 }
@@ -64,7 +64,7 @@ TEST_F(ProcessName, IsTakenAtTheFirstCallAndNotBefore) {
 TEST_F(ProcessName, IsTheFirstLineAlone) {
     const auto renameToTwoLines = [] {
         prctl(PR_SET_NAME, "first\nsecond");
-        _exit(threadfunc::processName() == "first" ? 0 : 2);
+        testsupport::leave(threadfunc::processName() == "first" ? 0 : 2);
     };
     EXPECT_EXIT(renameToTwoLines(), testing::ExitedWithCode(0), "");
 }
@@ -76,7 +76,7 @@ TEST_F(ProcessName, StaysEmptyWhileTheFileCannotBeReadAndIsTriedAgain) {
             const NoDescriptors none;
             if (!threadfunc::processName().empty()) _exit(2);
         }
-        _exit(!threadfunc::processName().empty() && threadfunc::processName() == commOfProcess() ? 0 : 3);
+        testsupport::leave(!threadfunc::processName().empty() && threadfunc::processName() == commOfProcess() ? 0 : 3);
     };
     EXPECT_EXIT(tryAgain(), testing::ExitedWithCode(0), "");
 }
@@ -89,7 +89,7 @@ TEST_F(ProcessName, MayBeAskedForByManyThreadsAtOnce) {
         for (std::thread& thread : threads) thread.join();
         for (const std::string& name : names)
             if (name != commOfProcess()) _exit(2);
-        _exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(askAtOnce(), testing::ExitedWithCode(0), "");
 }

@@ -16,6 +16,7 @@
 #include "sw_drv/RTkernel/linux/threadfunc.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/PaintedStack.h"
+#include "tests/support/Process.h"
 #include "tests/support/TempFolder.h"
 #include "tests/sw_drv/RTkernel/linux/InjectedCalls.h"
 #include "tests/sw_drv/RTkernel/linux/KitTest.h"
@@ -249,7 +250,7 @@ bool measuresAtExit = false;
 // Registered before anything else, so it runs after all that others have registered.
 __attribute__((constructor(101))) void registerMeasurement() {
     std::atexit([] {
-        if (measuresAtExit) _exit(ownStack().untouched() >= kMustBeLeft ? 0 : 3);
+        if (measuresAtExit) testsupport::leave(ownStack().untouched() >= kMustBeLeft ? 0 : 3);
     });
 }
 

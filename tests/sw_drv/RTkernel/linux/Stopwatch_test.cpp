@@ -7,6 +7,7 @@
 
 #include "sw_drv/RTkernel/linux/Clock.h"
 #include "sw_drv/RTkernel/linux/Thread.h"
+#include "tests/support/Process.h"
 #include "tests/sw_drv/RTkernel/linux/KitTest.h"
 
 using kittest::require;
@@ -77,7 +78,7 @@ TEST_F(StopwatchRange, OfMillisecondsEndsWithThatOfInt) {
         require(watch.elapsedMs() < -2147481000);
         threadfunc::advanceSimulatedTime(-10);
         require(watch.elapsedMs() == INT_MIN);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(measure(), testing::ExitedWithCode(0), "^$");
 }

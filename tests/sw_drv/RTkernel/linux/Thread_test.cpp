@@ -115,7 +115,7 @@ TEST_P(ThreadStack, IsAsAskedButAtLeast16384Bytes) {
     const auto start = [] {
         const pthread_t thread =
             threadfunc::ThreadCreate(kTimeSharing, stackSizeOfThisThread, nullptr, GetParam().asked, nullptr, 0);
-        std::_Exit(threadfunc::threadJoin(thread) == GetParam().given ? 0 : 1);
+        testsupport::leave(threadfunc::threadJoin(thread) == GetParam().given ? 0 : 1);
     };
     EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
 }

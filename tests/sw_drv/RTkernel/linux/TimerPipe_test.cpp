@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <set>
 #include <thread>
@@ -59,6 +60,17 @@ TEST(TimerPipe, EachSleepTakesOneWakeup) {
     EXPECT_LT(sleepTime(pipe, kLongMs), kAtOnce);
     EXPECT_LT(sleepTime(pipe, kLongMs), kAtOnce);
     EXPECT_GE(sleepTime(pipe, 30), milliseconds(29));
+}
+
+TEST(TimerPipe, WakeupIsOneByteOfZero) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+    const TimerPipe waking(-1, ends[1]);
+    const TimerPipe closing(ends[0], -1);
+    waking._threadTimerWakeup();
+    std::array<char, 8> bytes{1, 1, 1, 1, 1, 1, 1, 1};
+    EXPECT_EQ(read(ends[0], bytes.data(), bytes.size()), 1);
+    EXPECT_EQ(bytes[0], 0);
 }
 
 // A pipe with room for no more once held up whoever armed a timer, the timer thread itself included.

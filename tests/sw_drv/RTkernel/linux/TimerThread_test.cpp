@@ -36,7 +36,7 @@ TEST_F(TimerThreadStart, ComesWithTheFirstTimerAndNoOther) {
         const ProbeTimer second;
         require(testsupport::runningThreads() == before + 1);
         require(testsupport::openDescriptors() == descriptors + 2);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(countThreads(), testing::ExitedWithCode(0), "");
 }
@@ -56,7 +56,7 @@ TEST_F(TimerThreadStart, MayComeFromManyThreadsAtOnce) {
         go = true;
         for (std::thread& thread : threads) thread.join();
         require(testsupport::openDescriptors() == descriptors + 2);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(race(), testing::ExitedWithCode(0), "");
 }
@@ -71,7 +71,7 @@ TEST_F(TimerThreadStart, NamesItsOriginWhenNotQuiet) {
         const std::string text = output.text();
         require(text.starts_with("Starting thread. Process: " + std::to_string(getpid()) + ", thread: "));
         require(text.ends_with("\nCall origin: sw_drv/RTkernel/linux/src/threadfunc line 385\n"));
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
 }
@@ -82,7 +82,7 @@ TEST_F(TimerThreadStart, IsSilentWhileQuiet) {
         ProbeTimer timer;
         timer.startOnce(0);
         require(timer.expiredTimes(1) && output.text().empty());
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(start(), testing::ExitedWithCode(0), "^$");
 }
@@ -104,7 +104,7 @@ TEST_F(TimerThreadStart, GivesItTheHighestPriorityAndTheSmallestStack) {
         require(timer.expiredTimes(1));
         require(policy == SCHED_OTHER || priority == 0);  // the first without the right to set priorities
         require(testsupport::instrumentedBuild() || stackBytes == 16384);
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(look(), testing::ExitedWithCode(0), "");
 }
@@ -121,7 +121,7 @@ TEST_F(TimerThreadStart, WorksWithMoreThan1024OpenDescriptors) {
         ProbeTimer timer;
         timer.startPeriodic(1);
         require(timer.expiredTimes(20));
-        std::_Exit(0);
+        testsupport::leave(0);
     };
     EXPECT_EXIT(openMany(), testing::ExitedWithCode(0), "^$");
 }
