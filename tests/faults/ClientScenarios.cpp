@@ -63,7 +63,7 @@ void echoPackets() {
         testsupport::HandConnection connection = server->accept();
         if (!connection.isOpen()) return;
         // The name and version of the server come first, as they do from a real one.
-        connection.write(bytes({0, 0, 0, 22, 0, 1, 0, 8}, "a\0b\0c\0d\0e\0f\0g", 0));
+        connection.write(bytes({0, 0, 0, 26, 0, 2, 0, 8, 7, 0, 0, 0}, "\6ostrel\0031.0\2ab"));
         for (;;) {
             const Bytes packet = connection.readPacket();
             if (packet.size() < 8 || !connection.write(packet)) break;

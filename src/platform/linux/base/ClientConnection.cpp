@@ -1,9 +1,9 @@
 // Connecting and closing of the client.
 #include <sys/socket.h>
 
-#include <cstdio>
 #include <utility>
 
+#include "platform/linux/base/ErrorLine.h"
 #include "platform/linux/base/ProprietarySocketClient.h"
 #include "platform/linux/base/TcpSocket.h"
 
@@ -17,7 +17,7 @@ constexpr int kDispatchOrigin = 230;
 
 /// The process does not survive a host without address: nothing it could do later would help.
 void endUnresolvable(const std::string& host, int error) {
-    std::fprintf(stderr, "getaddrinfo(%s): %s\n", host.c_str(), gai_strerror(error));
+    printErrorLine("getaddrinfo(" + host + "): " + gai_strerror(error) + "\n");
     threadfunc::exitProcess(1);
 }
 

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "platform/linux/base/ErrorLine.h"
+
 namespace {
 
 constexpr const char* kLoopback = "127.0.0.1";
@@ -19,10 +21,9 @@ ProprietarySocketClient::ProprietarySocketClient(int port, const char* host)
 
 ProprietarySocketClient::~ProprietarySocketClient() {
     if (fd < 0) return;
-    std::fprintf(stderr,
-                 "ProprietarySocketClient::~ProprietarySocketClient() port %i fd %i reports: Derived classes or "
-                 "application shall call closeSocket() before destroying the object.\n",
-                 port_, fd.load());
+    printErrorLine("ProprietarySocketClient::~ProprietarySocketClient() port " + std::to_string(port_) + " fd " +
+                   std::to_string(fd) +
+                   " reports: Derived classes or application shall call closeSocket() before destroying the object.\n");
     // The threads must not meet a dead object; whoever is told of a disconnect would meet half of one.
     onDisconnect = nullptr;
     closeSocket(false);
@@ -44,9 +45,8 @@ bool ProprietarySocketClient::sendPacket(TPacket*& packet, bool dropIfFull) {
 bool ProprietarySocketClient::offerPacket(PacketPtr& packet) {
     if (txQueue.tryPut(packet)) return true;
     if (!txOverrun.exchange(true))
-        std::fprintf(stderr,
-                     "ProprietarySocketClient::sendPacket() Port %i, fd %i Reports: Tx Buffer overrun, message lost.\n",
-                     port_, fd.load());
+        printErrorLine("ProprietarySocketClient::sendPacket() Port " + std::to_string(port_) + ", fd " +
+                       std::to_string(fd) + " Reports: Tx Buffer overrun, message lost.\n");
     return false;
 }
 
