@@ -85,6 +85,16 @@ def test_another_processor(tmp_path):
         assert check(tmp_path / "x").returncode == status
 
 
+def test_another_compiler_does_not_say_enough(tmp_path):
+    if not shutil.which("clang++-14"):
+        pytest.skip("no second compiler")
+    (tmp_path / "x.cpp").write_text(SOURCE)
+    subprocess.run(["clang++-14", *COMPILE, *LINK, tmp_path / "x.cpp", "-o", tmp_path / "x"], check=True)
+    result = check(tmp_path / "x")
+    assert result.returncode == 1
+    assert f"{tmp_path / 'x.cpp'}: its compiler does not say what it was told" in result.stdout
+
+
 @pytest.mark.parametrize("content", ["", "no program\n"])
 def test_what_is_no_program_is_refused(tmp_path, content):
     (tmp_path / "x").write_text(content)
