@@ -1,6 +1,7 @@
 /// What the timers do when the system refuses, how often the timer thread is woken, and the wrap of its clock.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -91,6 +92,20 @@ TEST_F(FailedTimers, WithoutAThreadNeverExpireAndSaySoOnce) {
     EXPECT_EXIT(runWithoutThread(), testing::ExitedWithCode(0),
                 "^threadfunc::ThreadCreate\\(\\) - pthread_create\\(\\) reports error: Resource temporarily "
                 "unavailable\n$");
+}
+
+// Also where the tests have no right to set priorities.
+TEST_F(FailedTimers, WithoutTheRightToItHaveAskedForTheHighestPriority) {
+    const auto look = [] {
+        injected::setScheduler.fail(EPERM);
+        ProbeTimer timer;
+        timer.startOnce(0);
+        require(timer.expiredTimes(1) && injected::setScheduler.calls() == 1);
+        require(injected::lastScheduler.policy == SCHED_RR && injected::lastScheduler.priority == 99);
+        require(injected::lastCreate.stackBytes == threadfunc::kMinimumStackBytes);
+        testsupport::leave(0);
+    };
+    EXPECT_EXIT(look(), testing::ExitedWithCode(0), "^$");
 }
 
 TEST_F(FailedTimers, WithoutAttributesForTheThreadSaySo) {
