@@ -31,8 +31,9 @@ std::optional<Bytes> FedSocket::nextPacket() {
     std::uint64_t length = 0;
     for (const std::uint8_t byte : rest.first(4)) length = length * 256 + byte;
     if (length < 8 || length > rest.size()) return std::nullopt;
-    packetBegin += length;
-    return rest.first(length);
+    const Bytes packet = rest.first(static_cast<std::size_t>(length));
+    packetBegin += packet.size();
+    return packet;
 }
 
 ssize_t FedSocket::receive(void* buffer, std::size_t length) {

@@ -7,7 +7,7 @@
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     fuzz::HostileRun run(input.byte() % 2 == 1);
-    for (int rounds = 0; rounds < 64 && !input.empty(); ++rounds) run.step(input);
+    for (int rounds = 0; rounds < 32 && !input.empty(); ++rounds) run.step(input);
     run.finish();
     return 0;
 }

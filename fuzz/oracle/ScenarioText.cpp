@@ -82,6 +82,19 @@ bool isTime(sim::Duration length, std::int64_t longestSeconds) {
     return between(length.count(), std::int64_t{0}, longestSeconds * 1'000'000);
 }
 
+bool isWithinBounds(const sim::Step& step) {
+    if (const auto* wait = std::get_if<sim::Wait>(&step)) return isTime(wait->time, 3600);
+    if (const auto* normal = std::get_if<sim::Normal>(&step)) return normal->until.percent.value_or(0) <= 100;
+    if (const auto* send = std::get_if<sim::SendBytes>(&step)) return !send->bytes.empty();
+    if (const auto* half = std::get_if<sim::SendHalf>(&step)) return between(half->byteCount, 1U, 15U);
+    return true;
+}
+
+bool isWithinBounds(const sim::Sequence& steps) {
+    return steps.size() <= 100'000 &&
+           std::all_of(steps.begin(), steps.end(), [](const sim::Step& step) { return isWithinBounds(step); });
+}
+
 bool isWithinBounds(const sim::Pace& pace) {
     return between(pace.bitsPerSecond, 1000U, 100'000'000U) && between(pace.blockBytes, 1U, 65536U) &&
            isTime(pace.writeTime, 10) && isTime(pace.prepareTime, 3600) && isTime(pace.searchTime, 3600) &&
@@ -144,7 +157,7 @@ bool isWithinBounds(const sim::Scenario& scenario) {
            isTime(s.idle.value_or(sim::Duration{}), 86400) && isTime(s.listenDelay, 3600) && s.refuseStart != 0 &&
            between(s.payloadOffset, 8U, 1024U) && s.identity.application.size() <= 255 &&
            s.identity.version.size() <= 255 && s.identity.versionLabel.size() <= 255 && s.journal.size() <= 4095 &&
-           s.log.size() <= 4095 && scenario.onConnect.size() <= 100'000 && scenario.onUpload.size() <= 100'000;
+           s.log.size() <= 4095 && isWithinBounds(scenario.onConnect) && isWithinBounds(scenario.onUpload);
 }
 
 }  // namespace fuzz
