@@ -253,6 +253,8 @@ class Play:
                 self.seen.late = "the proxy failed"
                 return
             self._answer_launch()
+            if self.proxy and len(self.proxy.pairs) > 1:
+                self._count_own()  # nothing of the former link may be left
             while self.todo and self.todo[0][0] <= now - self.began:
                 self.todo.pop(0)[1]()
             quiet_since = (quiet_since or now) if self._quiet(now) else None
@@ -295,9 +297,12 @@ class Play:
             return False
         return "waiting" in soak_oracle.Oracle(links, self.run.output, may_reset=True).ends()
 
-    def _end_the_wait(self):
+    def _count_own(self):
         with contextlib.suppress(OSError):
             self.seen.idle_threads, self.seen.idle_descriptors = self.run.threads(), len(self.run.descriptors())
+
+    def _end_the_wait(self):
+        self._count_own()
         shown = self.run.output
         sent = send_signal(self.run.process.pid, self.plan.last_signal, False)
         if "handled" in sent.allowed:

@@ -318,9 +318,9 @@ def faults(observed, expected):
     if observed.launched and observed.launched != expected.launch:
         found.append(f"the server was started with {observed.launched!r}")
     if observed.idle_threads > 7:
-        found.append(f"{observed.idle_threads} threads while it waits")
+        found.append(f"{observed.idle_threads} threads in the end")
     if observed.idle_descriptors > 6:
-        found.append(f"{observed.idle_descriptors} descriptors while it waits")
+        found.append(f"{observed.idle_descriptors} descriptors in the end")
     # 3 is the listing; those from 10 on are the shell's.
     if observed.inherited and [number for number in observed.inherited if number < 10] != [0, 1, 2, 3]:
         found.append(f"the server was started with the descriptors {observed.inherited}")
