@@ -4,6 +4,6 @@
 #include <cstdio>
 #include <string>
 
-/// Prints `line`, which ends with a newline, in one piece. In place of fprintf, which borrows 8 KB of the caller's stack
-/// for the buffer that standard error does not have: half of what a thread of the kit has. Any thread.
+/// Prints `line`, which ends with a newline, in one piece. In place of fprintf, which borrows 8 KB of the caller's
+/// stack for the buffer that standard error does not have: half of what a thread of the kit has. Any thread.
 inline void printErrorLine(const std::string& line) { std::fputs(line.c_str(), stderr); }
