@@ -42,8 +42,15 @@ private:
 
 class ClientStress : public LeavesNothing {};
 
-// Where pointers have 32 bits it is an emulator that runs the threads, slowly.
-constexpr int kRounds = sizeof(void*) == 4 ? 200 : 1000;
+/// Where pointers have 32 bits it is an emulator that runs the threads, slowly; AddressSanitizer is slow too, and it is
+/// not the one that looks for races.
+int rounds() {
+#if defined(__SANITIZE_THREAD__)
+    return 1000;
+#else
+    return sizeof(void*) == 4 || testsupport::instrumentedBuild() ? 200 : 1000;
+#endif
+}
 
 TEST_F(ClientStress, TwoThreadsConnectSendAndClose) {
     LoopbackServer server;
@@ -51,7 +58,7 @@ TEST_F(ClientStress, TwoThreadsConnectSendAndClose) {
     TestClient client(server.port());
     client.onPacket = [&client](TPacket*&) { client.send(9); };
     const auto work = [&client](bool closes) {
-        for (int i = 0; i < kRounds; ++i) {
+        for (int i = 0; i < rounds(); ++i) {
             client.connectToServer();
             client.send(7, hex("0102"));
             client.status();
@@ -70,7 +77,7 @@ TEST_F(ClientStress, FourThreadsCloseOneLink) {
     LoopbackServer server;
     const BusyPeer busy(server);
     TestClient client(server.port());
-    for (int i = 0; i < kRounds; ++i) {
+    for (int i = 0; i < rounds(); ++i) {
         client.connectToServer();
         std::vector<std::thread> closers;
         for (int n = 0; n < 4; ++n) closers.emplace_back([&client] { client.closeSocket(true); });
@@ -83,7 +90,7 @@ TEST_F(ClientStress, FourThreadsCloseOneLink) {
 TEST_F(ClientStress, ClosedForGoodWhileAnotherThreadConnects) {
     LoopbackServer server;
     const BusyPeer busy(server);
-    for (int i = 0; i < kRounds; ++i) {
+    for (int i = 0; i < rounds(); ++i) {
         TestClient client(server.port());
         std::atomic<bool> stop{false};
         std::thread worker([&] {
@@ -106,7 +113,7 @@ TEST_F(ClientStress, PingsOfManyLinks) {
     TestClient client(server.port());
     client.pingIntervalMs = 1;
     const CapturedOutput output(STDOUT_FILENO);
-    for (int i = 0; i < kRounds; ++i) {
+    for (int i = 0; i < rounds(); ++i) {
         client.connectToServer();
         const pthread_t ping =
             threadfunc::ThreadCreate(20, ProprietarySocketClient::pingSupervision, &client, 0, nullptr, 0);
