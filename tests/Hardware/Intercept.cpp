@@ -6,6 +6,8 @@
 #include <atomic>
 #include <mutex>
 
+#include "sw_drv/RTkernel/linux/Thread.h"
+
 namespace {
 
 std::atomic<testsupport::RecordedCalls*> recorder{nullptr};
@@ -48,6 +50,18 @@ void __wrap_sync() {
 }
 
 // Also seen by the linker in the socket layer, on the worker's small stack.
+// pthread_t threadfunc::ThreadCreate(int, ThreadFunction, void*, unsigned, const char*, int)
+pthread_t __real__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(int, threadfunc::ThreadFunction, void*, unsigned,
+                                                               const char*, int);
+pthread_t __wrap__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(int priority, threadfunc::ThreadFunction function,
+                                                               void* argument, unsigned stackSize,
+                                                               const char* originFile, int originLine) {
+    const testsupport::RecordedCalls* const calls = recorder;
+    if (calls != nullptr && calls->mayCreate && !calls->mayCreate(originLine)) return 0;
+    return __real__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(priority, function, argument, stackSize, originFile,
+                                                                originLine);
+}
+
 int __wrap_connect(int socket, const sockaddr* address, socklen_t length) {
     record("connect");
     notice();

@@ -22,6 +22,8 @@ public:
     /// Runs in front of each connect, recv and send of any thread but the one that made the object. Set while no other
     /// thread calls; whoever calls ends before the object.
     std::function<void()> onCall;
+    /// Asked for each thread that is to be started at this line of its origin; false lets it not start.
+    std::function<bool(int originLine)> mayCreate;
 
     /// The calls so far: "connect", "sync", "system: " and the command.
     std::vector<std::string> calls() const;
