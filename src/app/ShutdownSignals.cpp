@@ -18,15 +18,29 @@ namespace CANFlasher {
 
 namespace {
 
+/// Writes it all, whatever interrupts it: a second signal may come while the terminal stands still. Gives up when the
+/// output takes no more.
+void writeAll(const char* text, const char* end) {
+    while (text != end) {
+        const ssize_t written = write(STDOUT_FILENO, text, static_cast<std::size_t>(end - text));
+        if (written > 0) {
+            text += written;
+        } else if (written == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
 /// "Dunmallow: handleShutDownSignal( %i )\n" without printf, which the handler may have interrupted.
 void printSignalLine(int signal) {
     constexpr std::string_view kBefore = "Dunmallow: handleShutDownSignal( ";
     constexpr std::string_view kAfter = " )\n";
-    std::array<char, kBefore.size() + 11 + kAfter.size()> line{};
+    constexpr std::size_t kDigits = 11;
+    std::array<char, kBefore.size() + kDigits + kAfter.size()> line{};
     char* end = std::copy(kBefore.begin(), kBefore.end(), line.data());
-    end = std::to_chars(end, line.data() + line.size(), signal).ptr;
+    end = std::to_chars(end, end + kDigits, signal).ptr;
     end = std::copy(kAfter.begin(), kAfter.end(), end);
-    static_cast<void>(!write(STDOUT_FILENO, line.data(), static_cast<std::size_t>(end - line.data())));
+    writeAll(line.data(), end);
 }
 
 /// No SA_RESTART: a wait that may not end early repeats by itself. The mask is empty, either signal may interrupt the

@@ -1,5 +1,6 @@
 """From the command line to the last status against a server whose bytes are scripted."""
 
+import os
 import signal
 import struct
 import time
@@ -439,3 +440,19 @@ def test_a_storm_of_signals_ends_the_run_once(rig):
 
     wait_for(storm, "the end of the run under a storm of signals")
     assert run.wait() == 0
+
+
+def test_both_lines_of_two_signals_survive_a_terminal_that_stands_still(rig):
+    run, _, link = start(rig)
+    link.sendall(status(5))
+    run.expect(block("Programming"))
+    os.write(run.master, b"\x13")  # Ctrl-S
+    time.sleep(0.1)
+    run.signal(signal.SIGTERM)
+    assert run.still_runs(0.2)
+    run.signal(signal.SIGINT)
+    assert run.still_runs(0.2)
+    os.write(run.master, b"\x11")  # Ctrl-Q
+    assert run.wait() == 0
+    after = run.output[run.output.index(b"serial") :]
+    assert b"handleShutDownSignal( 15 )\n" in after and b"handleShutDownSignal( 2 )\n" in after
