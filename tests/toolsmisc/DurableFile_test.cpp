@@ -624,6 +624,18 @@ TEST(CopyFileClosing, FollowsAShortReadOrWriteThatEndsTheCopy) {
     }
 }
 
+TEST(CopyFileClosing, FollowsASourceThatDoesNotTellItsSize) {
+    const TempFolder folder;
+    const std::string from = folder.write("from", "x");
+    const intercept::CloseJournal journal;
+    const intercept::FailingStatus script;
+    errno = 0;
+    EXPECT_FALSE(tm::copyFile(from, folder / "to"));
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(script.calls, 1);
+    EXPECT_THAT(namesOf(journal.calls), ElementsAre("fsync", "close", "sync", "fsync", "close", "sync"));
+}
+
 TEST(CopyFileClosing, KeepsTheReasonOfTheFailure) {
     const TempFolder folder;
     const std::string from = folder.write("from", "x");

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <ctime>
 #include <filesystem>
 #include <latch>
@@ -304,6 +305,27 @@ TEST(FindNext, ThreadsThatShareTheListGetEachMatchOnce) {
         EXPECT_EQ(names.size(), 100U);
         EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 100U);
     }
+}
+
+TEST(FindFirst, ReplacesTheListWhileOthersTakeFromIt) {
+    const ScopedZone zone("UTC0");
+    const TempFolder folder;
+    const std::set<std::string> known{"one", "two", "three"};
+    for (const std::string& name : known) folder.write(name, "");
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 200; ++round) {
+                FileInfo info;
+                for (bool more = findFirst(info, folder / "*"); more; more = findNext(info)) {
+                    if (!known.contains(info.name)) ++wrong;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST(FormatFileInfo, IsOneLine) {

@@ -1,6 +1,7 @@
 #include "tests/toolsmisc/Intercept.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -62,6 +63,13 @@ int answerUser(const UserDatabase& script, passwd* entry, char* buffer, std::siz
 }
 
 }  // namespace
+
+// The system's name of an `fstat` with 64-bit sizes and times.
+#if __WORDSIZE == 64
+#define FSTAT(prefix) prefix##fstat64
+#else
+#define FSTAT(prefix) prefix##__fstat64_time64
+#endif
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker prescribes these names.
 extern "C" {
@@ -139,6 +147,15 @@ int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size,
     if (script == nullptr) return __real_getpwuid_r(user, entry, buffer, size, result);
     script->asked.push_back(user);
     return answerUser(*script, entry, buffer, size, result);
+}
+
+int FSTAT(__real_)(int fd, struct stat* status);
+int FSTAT(__wrap_)(int fd, struct stat* status) {
+    FailingStatus* const script = FailingStatus::current;
+    if (script == nullptr) return FSTAT(__real_)(fd, status);
+    ++script->calls;
+    errno = EIO;
+    return -1;
 }
 
 int __real_statvfs64(const char* path, struct statvfs* figures);

@@ -83,6 +83,11 @@ struct UserDatabase : Scripted<UserDatabase> {
     std::vector<uid_t> asked;
 };
 
+/// `fstat` fails with EIO.
+struct FailingStatus : Scripted<FailingStatus> {
+    int calls = 0;
+};
+
 /// What `statvfs` says, or fails with EIO when there is nothing to say.
 struct FileSystemFigures : Scripted<FileSystemFigures> {
     explicit FileSystemFigures(std::optional<struct statvfs> said) : figures(said) {}
