@@ -1,4 +1,4 @@
-# One interface target carries language level, warnings and hardening to every library, program and test.
+# Two interface targets: what every user of the libraries needs, and what our own sources are compiled with.
 # Sanitizers are set for the whole build, so that GoogleTest is instrumented like our own code.
 find_package(Threads REQUIRED)
 
@@ -15,13 +15,16 @@ target_include_directories(dunmallow_options INTERFACE "${PROJECT_SOURCE_DIR}/sr
 target_link_libraries(dunmallow_options INTERFACE Threads::Threads)
 # 64-bit file sizes and times also where `long` has 32 bits.
 target_compile_definitions(dunmallow_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
-target_compile_options(dunmallow_options INTERFACE
+# Immediate binding also spares the small thread stacks the lazy binder's register area.
+target_link_options(dunmallow_options INTERFACE -Wl,-z,relro,-z,now)
+
+# Never handed on: how strict the compiler is with somebody else's sources is their own choice.
+add_library(dunmallow_own_code INTERFACE)
+target_compile_options(dunmallow_own_code INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>
   -fstack-protector-strong -fstack-clash-protection)
-# Immediate binding also spares the small thread stacks the lazy binder's register area.
-target_link_options(dunmallow_options INTERFACE -Wl,-z,relro,-z,now)
 
 if(DUNMALLOW_SANITIZE)
   add_compile_options(-fsanitize=${DUNMALLOW_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -31,7 +34,7 @@ if(DUNMALLOW_SANITIZE)
     add_link_options(-fsanitize=float-cast-overflow)
   endif()
 else()
-  target_compile_definitions(dunmallow_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  target_compile_definitions(dunmallow_own_code INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
 
 # dunmallow_add_library(NAME SOURCES ... HEADERS ... LINKS ...): one library per folder, its public headers a file set.
@@ -40,7 +43,7 @@ function(dunmallow_add_library name)
   add_library(${name} STATIC ${arg_SOURCES})
   add_library(dunmallow::${name} ALIAS ${name})
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}/src" FILES ${arg_HEADERS})
-  target_link_libraries(${name} PUBLIC dunmallow_options ${arg_LINKS})
+  target_link_libraries(${name} PUBLIC dunmallow_options ${arg_LINKS} PRIVATE dunmallow_own_code)
 endfunction()
 
 # dunmallow_add_test(NAME SOURCES ... LINKS ...): one GoogleTest program, run as one CTest test in shuffled order.
@@ -51,7 +54,7 @@ function(dunmallow_add_test name)
     set(arg_TIMEOUT 300)
   endif()
   add_executable(${name} ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE dunmallow_options ${arg_LINKS} GTest::gmock_main)
+  target_link_libraries(${name} PRIVATE dunmallow_options dunmallow_own_code ${arg_LINKS} GTest::gmock_main)
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
   # Tests are compiled more often than they run: no optimising, and the common headers once.
   target_compile_options(${name} PRIVATE -O0 -g1 -U_FORTIFY_SOURCE)
