@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -270,7 +271,7 @@ TEST_F(MainFlow, ARunThatEndsBeforeTheRequestHasNothingToComplainOf) {
 TEST_F(MainFlow, WithoutMemoryTheRunEndsWithALine) {
     if (testsupport::instrumentedBuild()) GTEST_SKIP() << "the sanitizers end the process themselves";
     onRealpath = [] {
-        volatile std::size_t size = std::size_t{1} << 50U;
+        volatile std::size_t size = std::numeric_limits<std::ptrdiff_t>::max();
         delete[] new char[size];
     };
     Program program(goodUpload());
