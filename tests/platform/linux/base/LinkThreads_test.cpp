@@ -97,7 +97,7 @@ TEST_P(MissingLinkThread, LeavesTheSocketToTheCallerAndNoThread) {
         const Link::LinkRecord none = Link::startLink(&common, stream.near.descriptor(), txQueue, rxQueue);
         EXPECT_TRUE(isEmpty(none));
     }
-    EXPECT_TRUE(waitFor([threads] { return testsupport::runningThreads() == threads; }));
+    EXPECT_TRUE(waitFor([threads] { return testsupport::runningThreads() <= threads; }));
     EXPECT_NE(fcntl(stream.near.descriptor(), F_GETFD), -1) << "still open";
 }
 

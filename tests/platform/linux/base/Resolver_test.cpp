@@ -97,7 +97,7 @@ TEST(Resolver, RunsOnAThreadOfItsOwnWithALargeStack) {
     ASSERT_EQ(threads.size(), 1U);
     EXPECT_GE(threads[0].stackSize, 65536U);
     EXPECT_NE(asked.thread, std::this_thread::get_id());
-    EXPECT_TRUE(testsupport::waitFor([before] { return testsupport::runningThreads() == before; })) << "joined";
+    EXPECT_TRUE(testsupport::waitFor([before] { return testsupport::runningThreads() <= before; })) << "joined";
 }
 
 TEST(Resolver, WithoutAThreadThereIsNoAnswer) {
