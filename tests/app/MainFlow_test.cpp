@@ -272,8 +272,8 @@ TEST_F(MainFlow, WithoutMemoryTheRunEndsWithALine) {
     if (testsupport::instrumentedBuild()) GTEST_SKIP() << "the sanitizers end the process themselves";
     onRealpath = [] {
         // On 32 bits some of these may be had.
-        constexpr std::size_t kQuarter = std::numeric_limits<std::size_t>::max() / 4;
-        for ([[maybe_unused]] char* volatile memory = nullptr;;) memory = new char[kQuarter];
+        volatile std::size_t quarter = std::numeric_limits<std::size_t>::max() / 4;
+        for ([[maybe_unused]] char* volatile memory = nullptr;;) memory = new char[quarter];
     };
     Program program(goodUpload());
     HandConnection connection = server.accept();
