@@ -12,37 +12,37 @@
 #include "app/OptionParser.h"
 #include "app/ShutdownSignals.h"
 #include "sw_drv/RTkernel/linux/ProcessExit.h"
+#include "sw_drv/RTkernel/linux/WriteAll.h"
 
 namespace CANFlasher {
 
 namespace {
 
-/// Says on standard error why an upload was not requested; nothing when it was. Returns the exit status. Never returns
-/// when a report has ended the run meanwhile: the request failed because of that, and the screen shows how it ended.
-int reportUpload(std::uint32_t result, const consoleViewer& viewer) {
+/// Says on standard error why nothing is uploaded and returns the exit status. Never returns when a report has ended
+/// the run meanwhile: whatever failed did so because of that, and the screen shows how it ended.
+int fail(std::string_view reason) {
     threadfunc::holdWhileProcessEnds();
-    switch (result) {
-        case kUploadFileNotFound:
-            std::cerr << "Unable to find specified file" << std::endl;
-            break;
-        case kUploadInvalidAddress:
-            std::cerr << "Invalid address" << std::endl;
-            break;
-        case kUploadServerNotReachable:
-            // No quote behind the path: a path taken from the end of this line has been used as it is ever since.
-            std::cerr << "Unable to locate server application: '" << viewer.serverPath() << std::endl;
-            break;
-        default:
-            return EXIT_SUCCESS;
-    }
+    std::cerr << reason << std::endl;
     return EXIT_FAILURE;
 }
 
-int startAndRequest(consoleViewer& viewer, const FlasherOptions& options) {
-    if (viewer.startServer(options.interfaceIndex) == 0) {
-        std::cerr << "Unable to start server application" << std::endl;
-        return EXIT_FAILURE;
+/// The exit status for what the request of an upload returned.
+int reportUpload(std::uint32_t result, const consoleViewer& viewer) {
+    switch (result) {
+        case kUploadFileNotFound:
+            return fail("Unable to find specified file");
+        case kUploadInvalidAddress:
+            return fail("Invalid address");
+        case kUploadServerNotReachable:
+            // No quote behind the path: a path taken from the end of this line has been used as it is ever since.
+            return fail("Unable to locate server application: '" + viewer.serverPath());
+        default:
+            return EXIT_SUCCESS;
     }
+}
+
+int startAndRequest(consoleViewer& viewer, const FlasherOptions& options) {
+    if (viewer.startServer(options.interfaceIndex) == 0) return fail("Unable to start server application");
     return reportUpload(viewer.upload(options.mode, options.address, options.serialNumber, options.hexFile), viewer);
 }
 
@@ -56,9 +56,8 @@ void waitForShutdown(const FlasherOptions& options) {
 /// Called by operator new on any thread. With `_exit`, for `exit` would want memory and locks that this thread may
 /// have; nothing is lost, since whatever is printed is flushed at once.
 [[noreturn]] void endWithoutMemory() {
-    constexpr std::string_view kLine = "dunmallow: out of memory\n";
     threadfunc::holdWhileProcessEnds();
-    static_cast<void>(!write(STDERR_FILENO, kLine.data(), kLine.size()));
+    threadfunc::writeAll(STDERR_FILENO, "dunmallow: out of memory\n");
     _exit(EXIT_FAILURE);
 }
 

@@ -13,23 +13,11 @@
 #include "app/EventRing.h"
 #include "app/FlasherOptions.h"
 #include "app/SignalBlock.h"
+#include "sw_drv/RTkernel/linux/WriteAll.h"
 
 namespace CANFlasher {
 
 namespace {
-
-/// Writes it all, whatever interrupts it: a second signal may come while the terminal stands still. Gives up when the
-/// output takes no more.
-void writeAll(const char* text, const char* end) {
-    while (text != end) {
-        const ssize_t written = write(STDOUT_FILENO, text, static_cast<std::size_t>(end - text));
-        if (written > 0) {
-            text += written;
-        } else if (written == 0 || errno != EINTR) {
-            return;
-        }
-    }
-}
 
 /// "Dunmallow: handleShutDownSignal( %i )\n" without printf, which the handler may have interrupted.
 void printSignalLine(int signal) {
@@ -40,7 +28,7 @@ void printSignalLine(int signal) {
     char* end = std::copy(kBefore.begin(), kBefore.end(), line.data());
     end = std::to_chars(end, end + kDigits, signal).ptr;
     end = std::copy(kAfter.begin(), kAfter.end(), end);
-    writeAll(line.data(), end);
+    threadfunc::writeAll(STDOUT_FILENO, {line.data(), static_cast<std::size_t>(end - line.data())});
 }
 
 /// No SA_RESTART: a wait that may not end early repeats by itself. The mask is empty, either signal may interrupt the

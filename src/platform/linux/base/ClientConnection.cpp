@@ -15,8 +15,10 @@ constexpr int kDispatchPriority = 20;
 constexpr const char* kOriginFile = "platform/linux/base/src/ProprietarySocketClient";
 constexpr int kDispatchOrigin = 230;
 
-/// The process does not survive a host without address: nothing it could do later would help.
+/// The process does not survive a host without address: nothing it could do later would help. One that ends already
+/// says nothing more: the last line would stand below the result of an upload.
 void endUnresolvable(const std::string& host, int error) {
+    threadfunc::holdWhileProcessEnds();
     printErrorLine("getaddrinfo(" + host + "): " + gai_strerror(error) + "\n");
     threadfunc::exitProcess(1);
 }

@@ -4,17 +4,16 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <span>
 #include <string_view>
 
 #include "sw_drv/RTkernel/linux/ProcessExit.h"
 #include "sw_drv/RTkernel/linux/Thread.h"
+#include "sw_drv/RTkernel/linux/WriteAll.h"
 
 namespace threadfunc {
 
@@ -34,15 +33,7 @@ public:
         const auto end = std::to_chars(digits.begin(), digits.end(), number, base).ptr;
         add(std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())));
     }
-    void write() const {
-        std::span<const char> rest(bytes.data(), used);
-        while (!rest.empty()) {
-            const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
-            if (written < 0 && errno == EINTR) continue;
-            if (written <= 0) return;
-            rest = rest.subspan(static_cast<std::size_t>(written));
-        }
-    }
+    std::string_view text() const { return {bytes.data(), used}; }
 
 private:
     std::array<char, 160> bytes;
@@ -59,7 +50,7 @@ void writeReport(const void* address) {
     report.add(address == nullptr ? "" : "0x");  // as streams print pointers
     report.add(reinterpret_cast<std::uintptr_t>(address), 16);
     report.add("\n");
-    report.write();
+    writeAll(STDERR_FILENO, report.text());
 }
 
 // What exit runs may crash as well: let that come here again, and leave by the short way.

@@ -18,3 +18,4 @@
 #include "sw_drv/RTkernel/linux/TimeFormat.h"
 #include "sw_drv/RTkernel/linux/TimeNumbers.h"
 #include "sw_drv/RTkernel/linux/Timer.h"
+#include "sw_drv/RTkernel/linux/WriteAll.h"

@@ -467,6 +467,28 @@ TEST_F(UnresolvableHostDeathTest, OnTwoThreadsAtOnce) {
         testing::ExitedWithCode(1), "getaddrinfo\\([ab].example\\): Non-recoverable failure in name resolution\n");
 }
 
+// The line once stood below the result of an upload that had ended the process meanwhile.
+TEST_F(UnresolvableHostDeathTest, SaysNothingMoreWhenTheProcessEndsAlready) {
+    static std::atomic<bool> ends{false}, resolved{false};
+    ReplacedCalls calls;
+    calls.getaddrinfo = [](const char*, const char*, const addrinfo*, addrinfo**) {
+        static_cast<void>(waitFor([] { return ends.load(); }));
+        resolved = true;
+        return EAI_NONAME;
+    };
+    ProprietarySocketClient client(4000, "nowhere.example");
+    const auto endMeanwhile = [&client] {
+        std::atexit([] {
+            ends = true;
+            static_cast<void>(waitFor([] { return resolved.load(); }));
+            threadfunc::sleep(100);
+        });
+        threadfunc::ThreadCreate(30, connect, &client, 0, nullptr, 0);
+        threadfunc::exitProcess(7);
+    };
+    EXPECT_EXIT(endMeanwhile(), testing::ExitedWithCode(7), "^$");
+}
+
 // The final state of an upload ends the process from within the hook, while the worker drops the connection.
 TEST(EndOfProcessDeathTest, HookEndsTheProcessWhileAnotherThreadCloses) {
     const auto endInHook = [] {

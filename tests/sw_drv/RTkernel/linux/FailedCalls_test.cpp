@@ -7,10 +7,13 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <string>
 
@@ -240,6 +243,29 @@ INSTANTIATE_TEST_SUITE_P(Rows, CrashReportWrite,
                                          ReportRow{"inPieces", 0, 7, kWholeReport},
                                          ReportRow{"afterASignal", EINTR, 1000, kWholeReport},
                                          ReportRow{"refused", EIO, 1000, "^$"}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
+class WriteAll : public testing::TestWithParam<ReportRow> {};
+TEST_P(WriteAll, GoesOnUntilAllIsWrittenOrTheSystemRefuses) {
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe(pipe.data()), 0);
+    injected::textWrite.fail(GetParam().error, GetParam().error != 0 ? 1 : 0);
+    injected::longestWrite = GetParam().longestWrite;
+    const bool written = threadfunc::writeAll(pipe[1], "eleven byte");
+    EXPECT_EQ(written ? 0 : errno, written ? 0 : GetParam().error);
+    injected::longestWrite = SIZE_MAX;
+    close(pipe[1]);
+    std::array<char, 20> got{};
+    EXPECT_EQ(read(pipe[0], got.data(), got.size()), static_cast<ssize_t>(std::strlen(GetParam().printed)));
+    EXPECT_STREQ(got.data(), GetParam().printed);
+    EXPECT_EQ(written, *GetParam().printed != '\0');
+    close(pipe[0]);
+}
+INSTANTIATE_TEST_SUITE_P(Rows, WriteAll,
+                         testing::Values(ReportRow{"atOnce", 0, 1000, "eleven byte"},
+                                         ReportRow{"inPieces", 0, 4, "eleven byte"},
+                                         ReportRow{"afterASignal", EINTR, 1000, "eleven byte"},
+                                         ReportRow{"refused", EIO, 1000, ""}),
                          [](const auto& row) { return std::string(row.param.why); });
 
 // --- Sleep -------------------------------------------------------------------------------------------------------
