@@ -82,11 +82,6 @@ def other_processes(states="ZX"):
     return found
 
 
-def private_processes():
-    with open("/proc/1/cmdline", "rb") as file:
-        return b"soak" in file.read()
-
-
 class Play:
     """One run of a plan."""
 
@@ -356,7 +351,7 @@ class Play:
         self._note_leftovers()
 
     def _note_leftovers(self):
-        if private_processes():
+        if harness.private_processes():
             end = time.monotonic() + 5
             while other_processes() and time.monotonic() < end:
                 time.sleep(0.01)
