@@ -1,7 +1,8 @@
 // The whole client against a server that says anything and hangs up at any moment, while the client is used in any way.
 // A faithful run leaves the connection to the server: then all reports that stand whole in what it wrote are told, once
-// and in order. In any other run nothing is told that the server did not say, and what it receives is well-formed.
-// Input: odd for a faithful run, then over and over an operation and what belongs to it (HostileRun.h).
+// and in order. In any other run some may be lost, and none is told twice or before another; what the server receives
+// is well-formed in each. Input: odd for a faithful run, then over and over an operation and what belongs to it
+// (HostileRun.h).
 #include "fuzz/oracle/HostileRun.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

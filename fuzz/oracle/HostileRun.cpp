@@ -10,6 +10,7 @@ namespace {
 
 using CANFlasher::TStatus;
 
+constexpr TStatus kDefaultStatus{0, 1, 0, 254, 0xFFFFFFFF};
 constexpr const char* kHexFile = "/etc/passwd";  // a regular file; nobody reads it
 constexpr std::array kPaths{kHexFile, "/", "/no/such/file", kHexFile};
 
@@ -41,7 +42,7 @@ void addReports(Bytes stream, std::vector<TStatus>& reports) {
 
 /// What differs from the one before, the first from the default.
 std::vector<TStatus> changes(const std::vector<TStatus>& reports) {
-    std::vector<TStatus> changed{TStatus{0, 1, 0, 254, 0xFFFFFFFF}};
+    std::vector<TStatus> changed{kDefaultStatus};
     for (const TStatus& report : reports)
         if (!(report == changed.back())) changed.push_back(report);
     changed.erase(changed.begin());
@@ -139,8 +140,14 @@ void HostileRun::finish() {
 void HostileRun::checkTold(const std::vector<TStatus>& said) {
     const std::vector<TStatus> told = client.told();
     if (faithful) return check(told == changes(said));
-    for (const TStatus& status : told)
-        check(status == TStatus{0, 1, 0, 254, 0xFFFFFFFF} || std::find(said.begin(), said.end(), status) != said.end());
+    // A reset shows the default, at any moment. What else is told was said, each report once and in its order.
+    auto left = said.begin();
+    for (const TStatus& status : told) {
+        if (status == kDefaultStatus) continue;
+        left = std::find(left, said.end(), status);
+        check(left != said.end());
+        ++left;
+    }
 }
 
 void HostileRun::checkReceived(Bytes received) const {
