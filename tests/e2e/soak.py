@@ -12,6 +12,7 @@ import argparse
 import collections
 import concurrent.futures
 import contextlib
+import functools
 import json
 import os
 import pathlib
@@ -31,6 +32,7 @@ from soak_oracle import Link, Observed, Sent
 HERE = pathlib.Path(__file__).resolve().parent
 LIMIT = 40.0  # seconds for whatever has to happen
 LONGEST_WAIT_FOR_ANSWERS = 1.3  # a report that follows from a request comes within a poll
+TIME_TO_START = 0.05  # until the threads of a new link are there
 OWN_OBJECTS = ("dunmallow", "corvane")
 
 
@@ -82,12 +84,19 @@ def other_processes(states="ZX"):
     return found
 
 
+@functools.lru_cache
+def most_threads(program):
+    """Main, worker, timers, and three for the link. ThreadSanitizer has one of its own."""
+    return 6 + (b"__tsan_init" in program.read_bytes())
+
+
 class Play:
     """One run of a plan."""
 
     def __init__(self, plan, build, program, folder):
         self.plan = plan
         self.rig = harness.Rig(build, folder)
+        self.most_threads = most_threads(self.rig.program)
         if program:
             self.rig.program = pathlib.Path(program)
         self.port = 2000 + 2 * (plan.seed % 14000)  # below the ports that connections get
@@ -248,8 +257,10 @@ class Play:
                 self.seen.late = "the proxy failed"
                 return
             self._answer_launch()
-            if self.proxy and len(self.proxy.pairs) > 1:
+            if self.proxy and self.proxy.counting:
+                time.sleep(TIME_TO_START)
                 self._count_own()  # nothing of the former link may be left
+                self.proxy.counting = False
             while self.todo and self.todo[0][0] <= now - self.began:
                 self.todo.pop(0)[1]()
             quiet_since = (quiet_since or now) if self._quiet(now) else None
@@ -293,8 +304,14 @@ class Play:
         return "waiting" in soak_oracle.Oracle(links, self.run.output, may_reset=True).ends()
 
     def _count_own(self):
-        with contextlib.suppress(OSError):
-            self.seen.idle_threads, self.seen.idle_descriptors = self.run.threads(), len(self.run.descriptors())
+        """Notes the most that there were. A thread that was joined may stand in the list for a moment more."""
+        end = time.monotonic() + 1
+        with contextlib.suppress(OSError):  # it may end meanwhile
+            while (threads := self.run.threads()) > self.most_threads and time.monotonic() < end:
+                time.sleep(0.002)
+            descriptors = len(self.run.descriptors())
+            self.seen.idle_threads = max(threads, self.seen.idle_threads)
+            self.seen.idle_descriptors = max(descriptors, self.seen.idle_descriptors)
 
     def _end_the_wait(self):
         self._count_own()
@@ -374,6 +391,7 @@ class Play:
             launch=f"-q -i {plan.interface} -p {self.port}" if self.proxy else "",
             upload=harness.packet(1004, identity + path),
             server_path=self.rig.server_path,
+            most_threads=self.most_threads,
             may_fail_start=plan.kind in ("start", "kill", "reset", "close", "half close", "garbage")
             or plan.variant == "group",
             must_fail_start=plan.kind == "start",
@@ -419,11 +437,12 @@ def worker(options):
         try:
             plan, seen, wrong = perform(int(line), options.build, options.program)
             kind = " ".join(word for word in (plan.kind, plan.variant) if word) if plan.kind != "clean" else f"clean ({plan.ending})"
-            answer = {"kind": kind, "wrong": wrong, "code": seen.code, "waited": seen.shown_while_waiting is not None}
+            answer = {"kind": kind, "wrong": wrong, "code": seen.code, "waited": seen.shown_while_waiting is not None,
+                      "final": soak_oracle.ended_by_itself(seen)}
             if wrong:
                 answer["seen"] = summary(seen)
         except Exception as failure:  # pylint: disable=broad-except
-            answer = {"kind": "?", "wrong": [f"the run could not be made: {failure!r}"], "code": None, "waited": False}
+            answer = {"kind": "?", "wrong": [f"the run could not be made: {failure!r}"], "code": None}
         answer["seconds"] = time.monotonic() - began
         print(json.dumps(answer), flush=True)
 
@@ -445,7 +464,7 @@ def play_all(options):
             for seed in seeds:
                 process.stdin.write(f"{seed}\n")
                 process.stdin.flush()
-                answer = json.loads(process.stdout.readline() or '{"kind": "?", "wrong": ["the worker died"], "code": null, "waited": false, "seconds": 0}')
+                answer = json.loads(process.stdout.readline() or '{"kind": "?", "wrong": ["the worker died"], "code": null, "seconds": 0}')
                 answers[seed] = answer
                 for text in answer["wrong"]:
                     print(f"seed {seed} ({answer['kind']}): {text}", flush=True)
@@ -479,7 +498,8 @@ def report(answers, seconds):
     for seed in bad:
         print(f"replay with: scripts/soak --replay {seed}")
     clean = sum(answer["kind"].startswith("clean") for answer in answers.values())
-    waited = sum(answer["waited"] for answer in answers.values())
+    waited, final = (sum(answer.get(what, False) for answer in answers.values()) for what in ("waited", "final"))
+    print(f"ended from the dispatch thread: {final}")
     print(f"{len(answers)} runs from seed {min(answers)} on in {seconds:.0f} s: {clean} without a fault, {waited} that waited "
           f"to be ended; {len(answers) - len(bad)} as they should be, {len(bad)} not")
     return 1 if bad else 0

@@ -35,7 +35,7 @@ class Pair:
 
 class Proxy(threading.Thread):
     """Listens when the launch command has been run. The plan's `shape` cuts and delays, its `fault` strikes once when
-    `fault_at` bytes have gone to the program."""
+    `fault_at` bytes have gone to the program. A later link than the first one is silent until `counting` is cleared."""
 
     def __init__(self, port, server_port, shape, fault=None, fault_at=0):
         super().__init__()
@@ -48,6 +48,7 @@ class Proxy(threading.Thread):
         self.sent = 0
         self.struck = False
         self.held_until = 0.0
+        self.counting = False  # nothing is said meanwhile
         self.failure = None
         self.listening = False
         self._wake_read, self._wake_write = os.pipe()
@@ -89,7 +90,7 @@ class Proxy(threading.Thread):
             self.failure = failure
 
     def _held(self):
-        return time.monotonic() < self.held_until
+        return self.counting or time.monotonic() < self.held_until
 
     def _turn(self):
         readers = {self._wake_read: None}
@@ -116,6 +117,8 @@ class Proxy(threading.Thread):
         return True
 
     def _timeout(self):
+        if self.counting:
+            return 0.005
         now = time.monotonic()
         due = [pair.waiting[0][0] for pair in self.pairs if pair.waiting and not pair.written]
         if not due:
@@ -129,6 +132,7 @@ class Proxy(threading.Thread):
             server = socket.create_connection(("127.0.0.1", self.server_port), timeout=10)
         except OSError:
             server = None
+        self.counting = bool(self.pairs)
         self.pairs.append(Pair(client, server))
 
     def _from_client(self, pair):

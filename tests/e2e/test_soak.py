@@ -127,7 +127,7 @@ BAD = {
     "another last status": (seen(), expected(last=(1, 6, 0, 254, 0xFFFFFFFF))),
     "the server started otherwise": (seen(launched="-q -i 1"), expected()),
     "a descriptor for the server": (seen(inherited=[0, 1, 2, 3, 4, 10]), expected()),
-    "too many threads": (waited(idle_threads=9), expected()),
+    "too many threads": (waited(idle_threads=7), expected()),
     "too many descriptors": (waited(idle_descriptors=7), expected()),
     "a process left": (seen(left=["process 7 sleep"]), expected()),
 }
@@ -141,6 +141,18 @@ def test_a_good_run_is_as_it_should_be(why):
 @pytest.mark.parametrize("why", BAD)
 def test_a_bad_run_is_not(why):
     assert faults(*BAD[why]) != []
+
+
+@pytest.mark.parametrize("why, ended", [
+    ("an upload", True), ("its line behind the end", True), ("a link that the client opens again", True),
+    ("a wait that a signal ends", False), ("a signal in the middle", False), ("a start that fails", False)])
+def test_an_end_from_the_dispatch_thread_is_told_from_others(why, ended):
+    assert soak_oracle.ended_by_itself(GOOD[why][0]) == ended
+
+
+@pytest.mark.parametrize("why", ["no line at the end", "a byte too much", "the last block missing", "exit status 1 at the end"])
+def test_an_end_without_its_last_lines_does_not_count(why):
+    assert not soak_oracle.ended_by_itself(BAD[why][0])
 
 
 def test_the_states_that_end_a_run():
