@@ -135,10 +135,16 @@ protected:
     /// The bytes, alone or with a good packet behind them, which then is or is not found.
     void expectWhatTheBytesSay(const Bytes& stream, const std::string& which) {
         EXPECT_EQ(shownFor(server, stream), Oracle(stream).shown()) << which;
+        ++streams;
     }
+
+    void TearDown() override { RecordProperty("streams", streams); }
 
     const Bytes good = bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 3, 4, 99, 7, 1, 2, 3, 4});
     HandServer server;
+
+private:
+    int streams = 0;  // for scripts/figures
 };
 
 TEST_P(HostileServer, EveryFlippedBit) {
