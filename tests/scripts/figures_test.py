@@ -91,7 +91,14 @@ def test_a_longer_run_stands_beside_the_gate_and_takes_its_own_place(figures, tm
     assert row in (tmp_path / "docs" / "testing.md").read_text()
 
 
-@pytest.mark.parametrize("arguments", [["--add"], ["--add", "scripts/soak"], ["--of"], ["--check", "x"], ["-h"]])
+def test_the_gate_misses_what_it_once_told(figures):
+    good = SOAK + "14 as they should be, 0 not\n"
+    assert figures("--gate", **{"a.log": good}).returncode == 0
+    done = figures("--gate", **{"a.log": FUZZ})
+    assert (done.returncode, done.stdout.splitlines()[-1]) == (1, "missing: uploads")
+
+
+@pytest.mark.parametrize("arguments", [["--add"], ["--add", "scripts/soak"], ["--of"], ["--gate"], ["--check", "x"], ["-h"]])
 def test_wrong_arguments(figures, arguments):
     assert figures(*arguments).returncode == 1
 
