@@ -396,6 +396,7 @@ class Play:
             or plan.variant == "group",
             must_fail_start=plan.kind == "start",
             requests_upload=clean,
+            silent=plan.ending == "folder",
             last=(plan.mode, state, progress, plan.address, plan.serial) if clean else None,
         )
 

@@ -216,6 +216,7 @@ class Expected:
     may_fail_start: bool = False
     must_fail_start: bool = False
     requests_upload: bool = True  # a run without a fault has requested the upload
+    silent: bool = False  # nothing is asked for: the hex file is a folder
     last: tuple = None  # the status that a run without a fault shows last
     most_threads: int = 6
     most_descriptors: int = 6  # standard streams, the timers' pipe, the link
@@ -251,6 +252,8 @@ def request_faults(observed, expected):
             uploads += packet == expected.upload
         if rest and not any(whole.startswith(rest) for whole in (poll, reset, expected.upload)):
             yield f"half a packet that nobody should send: {rest.hex()}"
+    if expected.silent and any(observed.asked):
+        yield "something was sent although the hex file is a folder"
     if uploads > 1:
         yield f"{uploads} uploads requested"
     if uploads == 0 and expected.requests_upload:

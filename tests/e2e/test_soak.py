@@ -63,6 +63,7 @@ GOOD = {
     "a link that the client opens again": (
         seen(output=FIRST + SHOWN_BUSY + block("Idle") + SHOWN_DONE + b"\n",
              links=[Link(BUSY + status(1) + status(3)), Link(DONE)], asked=[ASKED, packet(1001)]), expected()),
+    "a folder as hex file": (waited(asked=[b""]), expected(requests_upload=False, silent=True)),
     "a report lost with the link": (waited(links=[Link(BUSY + status(4), certain=False)]), expected()),
     "a busy machine that shows late what may be lost": (
         waited(output=FIRST + SHOWN_BUSY + SIGNALLED, shown_while_waiting=b"", links=[Link(BUSY, certain=False)]),
@@ -121,6 +122,8 @@ BAD = {
     "an upload requested twice": (seen(asked=[ASKED + packet(1002) + UPLOAD]), expected()),
     "no reset before the upload": (seen(asked=[packet(1001) + UPLOAD]), expected()),
     "a reset too many": (seen(asked=[ASKED + packet(1002) + packet(1001)]), expected()),
+    "a request though the hex file is a folder": (
+        waited(asked=[packet(1001)]), expected(requests_upload=False, silent=True)),
     "a packet of the server sent back": (seen(asked=[ASKED + DONE]), expected()),
     "half a packet of something else": (seen(asked=[ASKED + b"\1\2"]), expected()),
     "an upload before a request": (seen(asked=[packet(1002) + UPLOAD]), expected()),
