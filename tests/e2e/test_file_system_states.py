@@ -353,9 +353,10 @@ INSTALLATIONS = {
 
 def play_installation(build, folder, make, complaint):
     rig = harness.Rig(build, folder)
+    taken = harness.ScriptedServer()  # its port, where nobody ever listens
     try:
         make(rig)
-        run = rig.run("-u", rig.hex_file("firmware.hex"), "-p", harness.free_port(), "-a", "1")
+        run = rig.run("-u", rig.hex_file("firmware.hex"), "-p", taken.port, "-a", "1")
         assert run.wait() == 1
         assert run.output == b""
         assert run.errors.endswith(START_FAILED)
@@ -365,6 +366,7 @@ def play_installation(build, folder, make, complaint):
     finally:
         rig.home.chmod(0o755)
         rig.close()
+        taken.close()
 
 
 @pytest.fixture(scope="module")
