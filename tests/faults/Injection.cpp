@@ -14,8 +14,8 @@ Plan plan;
 std::atomic<Tally*> tally{nullptr};
 
 bool counts(Kind kind, Trait trait) {
-    if (kind == Kind::shortCount) return trait == Trait::counts || trait == Trait::countsAndWaits;
-    if (kind == Kind::interrupted) return trait != Trait::none && trait != Trait::counts;
+    if (kind == Kind::shortCount) return trait == Trait::countsAndWaits || trait == Trait::sends;
+    if (kind == Kind::interrupted) return trait != Trait::none;
     return kind == Kind::delay || trait != Trait::onlyWaits;
 }
 
@@ -39,12 +39,23 @@ void arm(const Plan& newPlan, Tally& newTally) {
 
 void disarm() { tally = nullptr; }
 
+bool aCallFailed() {
+    const Tally* const here = tally;
+    return here != nullptr && here->failed;
+}
+
+bool aCallStopped() {
+    const Tally* const here = tally;
+    return here != nullptr && here->struck != 0 && plan.kind != Kind::delay;
+}
+
 Action next(const char* call, Trait trait) {
     Tally* const here = tally;
     if (here == nullptr || Pause::active() || !counts(plan.kind, trait)) return Action::goOn;
     if (!isStruck(++here->calls)) return Action::goOn;
     ++here->struck;
     here->lastStruck = call;
+    if (plan.kind == Kind::error || (plan.kind == Kind::shortCount && trait == Trait::sends)) here->failed = true;
     switch (plan.kind) {
         case Kind::error:
             return Action::fail;
@@ -64,8 +75,9 @@ Action next(const char* call, Trait trait) {
 namespace {
 
 bool allocationFails() {
+    Tally* const here = tally;  // before: the run may end meanwhile
     if (next("operator new", Trait::none) != Action::fail) return false;
-    tally.load()->outOfMemory = true;
+    here->outOfMemory = true;
     return true;
 }
 

@@ -18,9 +18,9 @@ enum class Kind : std::uint8_t {
 /// What a call allows besides failing and taking longer.
 enum class Trait : std::uint8_t {
     none,
-    counts,
     waits,
     countsAndWaits,
+    sends,      ///< counts and waits; a short count is a failure, since signals are blocked where it is called
     onlyWaits,  ///< cannot fail with the arguments that the code gives it, but be interrupted
 };
 
@@ -37,12 +37,18 @@ struct Tally {
     std::atomic<long> calls{0};
     std::atomic<long> struck{0};
     std::atomic<const char*> lastStruck{""};  // a literal: the same address in a forked process
-    std::atomic<bool> outOfMemory{false};     ///< an allocation was struck
+    std::atomic<bool> failed{false};          ///< a call did not do what it is there for
+    std::atomic<bool> outOfMemory{false};     ///< that was an allocation
 };
 
 /// Counts and strikes calls of all threads from now on, by `plan`.
 void arm(const Plan& plan, Tally& tally);
 void disarm();
+
+/// True when a call has failed since `arm`: an operation that is refused may have its reason in that.
+bool aCallFailed();
+/// True when a call has failed, moved less than it was asked to, or was interrupted.
+bool aCallStopped();
 
 /// Calls of the thread that made it go through uncounted while it lives: the test's own.
 class Pause {

@@ -1,25 +1,26 @@
 #pragma once
 /// What is run with failing calls.
 
-#include "tests/faults/Torture.h"
+#include "tests/faults/Scenario.h"
 
 namespace faults {
 
-bool textsAreRightOrRefused();
-bool filesKeepWhatWasWritten();
-bool aBackupLosesNothing();
-bool foldersAreMadeAndRemoved();
-bool placesAndVersionsAreRight();
-bool processesAreListed();
-bool clocksTellTheTime();
-bool threadsAndQueuesDeliver();
-bool timersExpire();
+void textsAreRightOrRefused();
+void filesKeepWhatWasWritten();
+void aBackupLosesNothing();
+void foldersAreMadeAndRemoved();
+void placesAndVersionsAreRight();
+void processesAreListed();
+void clocksTellTheTime();
+void threadsAndQueuesDeliver();
+void timersExpire();
 
-/// Before a run with a connection: a socket on a free port, which the peer plays.
+/// Before a run with a connection: a socket on a free port, which the peer plays; it listens at once, or later.
 void prepareServer();
+void prepareLaterServer();
 void echoPackets();
-bool aConnectionCarriesPackets();
+void aConnectionCarriesPackets();
 void playUpload();
-bool anUploadIsShownToItsEnd();
+void anUploadIsShownToItsEnd();
 
 }  // namespace faults

@@ -109,7 +109,7 @@ FALLIBLE(int, getsockname, (int s, sockaddr* a, socklen_t* l), (s, a, l), -1, EN
 FALLIBLE(int, getpeername, (int s, sockaddr* a, socklen_t* l), (s, a, l), -1, ENOTCONN)
 FAILS_AFTER_ALL(shutdown, (int s, int h), (s, h), ENOTCONN)
 MOVING(recv, countsAndWaits, (int s, void* b, size_t n, int f), (s, b, n, f), n, ECONNRESET)
-MOVING(send, countsAndWaits, (int s, const void* b, size_t n, int f), (s, b, n, f), n, EPIPE)
+MOVING(send, sends, (int s, const void* b, size_t n, int f), (s, b, n, f), n, EPIPE)
 WAITING(poll, (pollfd * p, nfds_t n, int t), (p, n, t), ENOMEM)
 
 // Descriptors and files.
