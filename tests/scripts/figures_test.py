@@ -21,6 +21,7 @@ REPORT = """<testsuites><testsuite>
   <testcase name="test_a_bad_command_line[-x]"/><testcase name="test_a_bad_command_line[-y]"/>
   <testcase name="test_a_bad_command_line[-z]"><failure/></testcase>
   <testcase name="test_a_state_of_the_hex_file[a FIFO]"/><testcase name="test_another"/>
+  <testcase name="EveryTruncation/status"/>
 </testsuite></testsuites>"""
 OF_REPORT = ["bad command lines\t2", "packets with a flipped bit\t128", "runs with failing calls\t{}",
              "states of the hex file and the installation\t1"]
