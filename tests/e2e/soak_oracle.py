@@ -73,6 +73,7 @@ class Link:
 
     said: bytes = b""
     certain: bool = True
+    unasked: bool = False  # reset before the program said anything: perhaps before its connect returned, which failed then
 
 
 @dataclasses.dataclass(frozen=True)
@@ -137,8 +138,9 @@ class Oracle:
         if self.may_reset and place.status != DEFAULT and (self._over(place) or self._lost(place)):
             # A link that ends just before the request is sent resets the status on this side.
             yield from self._paint(place, DEFAULT)
-        # A link that the server ended is never opened again, one that the client dropped is.
-        if place.leaving and place.link + 1 < len(self.links):
+        # A link that the server ended is never opened again; one that the client dropped, or never had, is.
+        again = place.leaving or (self.links[place.link].unasked and place.event == 0)
+        if again and place.link + 1 < len(self.links):
             yield dataclasses.replace(place, link=place.link + 1, event=0, leaving=False)
 
     def _take(self, place, event):
@@ -166,7 +168,7 @@ def certain_end(links):
     """True when a final state is sure to reach the program: it has to end by itself then."""
     status = DEFAULT
     for link in links:
-        if not link.certain:
+        if not link.certain or link.unasked:
             return False
         for event in events_of(link.said):
             if event.status is None:

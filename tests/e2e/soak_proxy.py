@@ -224,6 +224,7 @@ class Proxy(threading.Thread):
             while self._unacknowledged(pair) and time.monotonic() < end:
                 time.sleep(0.001)
         pair.link.certain = settled
+        pair.link.unasked = not pair.asked
         pair.waiting.clear()
         pair.written = pair.read = True
         pair.client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))

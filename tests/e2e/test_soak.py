@@ -68,6 +68,11 @@ GOOD = {
     "a busy machine that shows late what may be lost": (
         waited(output=FIRST + SHOWN_BUSY + SIGNALLED, shown_while_waiting=b"", links=[Link(BUSY, certain=False)]),
         expected()),
+    "a link that is reset before the connect returns": (
+        seen(links=[Link(BUSY[:8], unasked=True), Link(BUSY + DONE)], asked=[b"", ASKED]), expected()),
+    "a link that is reset before it is used": (
+        waited(output=SIGNALLED, shown_while_waiting=b"", links=[Link(BUSY[:8], unasked=True)], asked=[b""]),
+        expected(requests_upload=False)),
     "an unknown command": (
         seen(output=FIRST + SHOWN_BUSY + b"CANFlasherClient::handleRxPacket( 0x7f12 ) Unexpected command: 9\n" + SHOWN_DONE + b"\n",
              links=[Link(BUSY + packet(9) + DONE)]), expected()),
@@ -92,6 +97,8 @@ BAD = {
     "more shown behind the signal": (waited(output=FIRST + SHOWN_BUSY + SIGNALLED + SHOWN_DONE), expected()),
     "a link that the server ended, opened again": (
         seen(links=[Link(BUSY), Link(DONE)], asked=[ASKED, packet(1001)]), expected()),
+    "a link that was used and reset, opened again": (
+        seen(links=[Link(BUSY, unasked=True), Link(DONE)], asked=[b"", ASKED]), expected()),
     "never ended": (seen(code=None, late="40 s"), expected()),
     "exit status 1 at the end": (seen(code=1), expected()),
     "exit status 3": (seen(code=3), expected()),
