@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/Hardware/HandServer.h"
@@ -120,6 +121,23 @@ TEST(ClientLife, AFullQueueDoesNotHoldUpTheDispatchThread) {
     gate.open();
     EXPECT_TRUE(connection.endsByPeer()) << "the disconnect is not lost";
     mustReturn("shut down", [&] { client.shutDown(); });
+}
+
+// The queue may be full when the disconnect is asked for, and empty before the worker is told that it is overdue.
+TEST(ClientLife, ADisconnectWithoutRoomWakesAWorkerThatHasNothingLeftToDo) {
+    HandServer server;
+    static thread_local bool isFull;
+    testsupport::RecordedCalls calls;
+    calls.mayTake = [] { return !std::exchange(isFull, false); };
+    RecordingClient client(server.port());
+    client.onHook = [] { isFull = true; };  // once more for the thread that reports
+    ASSERT_TRUE(client.connectToServer());
+    HandConnection connection = server.accept();
+    connection.write(statusPacket(5, 1));
+    connection.write(statusPacket(6, 2));
+    EXPECT_TRUE(connection.endsByPeer());
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdPoll));
+    EXPECT_EQ(server.accept().readPacket(), bytes({0, 0, 0, 8, 0x03, 0xE9, 0, 8})) << "the worker goes on";
 }
 
 TEST(ClientLife, TenDisconnectsWaitingAreOne) {

@@ -1,9 +1,11 @@
 #include "tests/Hardware/Intercept.h"
 
+#include <semaphore.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <mutex>
 
 #include "sw_drv/RTkernel/linux/Thread.h"
@@ -37,6 +39,8 @@ ssize_t __real_recv(int socket, void* buffer, std::size_t length, int flags);
 ssize_t __wrap_recv(int socket, void* buffer, std::size_t length, int flags);
 ssize_t __real_send(int socket, const void* buffer, std::size_t length, int flags);
 ssize_t __wrap_send(int socket, const void* buffer, std::size_t length, int flags);
+int __real_sem_trywait(sem_t* semaphore);
+int __wrap_sem_trywait(sem_t* semaphore);
 
 int __wrap_system(const char* command) {
     record(std::string("system: ") + command);
@@ -76,6 +80,13 @@ ssize_t __wrap_recv(int socket, void* buffer, std::size_t length, int flags) {
 ssize_t __wrap_send(int socket, const void* buffer, std::size_t length, int flags) {
     notice();
     return __real_send(socket, buffer, length, flags);
+}
+
+int __wrap_sem_trywait(sem_t* semaphore) {
+    const testsupport::RecordedCalls* const calls = recorder;
+    if (calls == nullptr || !calls->mayTake || calls->mayTake()) return __real_sem_trywait(semaphore);
+    errno = EAGAIN;
+    return -1;
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)

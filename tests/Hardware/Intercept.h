@@ -25,6 +25,10 @@ public:
     /// Asked for each thread that is to be started at this line of its origin; false lets it not start.
     std::function<bool(int originLine)> mayCreate;
 
+    /// Asked by whoever looks for a unit of a semaphore without waiting; false lets it find none. Set while no other
+    /// thread calls.
+    std::function<bool()> mayTake;
+
     /// The calls so far: "connect", "sync", "system: " and the command.
     std::vector<std::string> calls() const;
     /// How many of them are `call`.
