@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <iostream>
+#include <string>
+#include <string_view>
 
 #include "tests/faults/Scenarios.h"
 #include "tests/faults/Torture.h"
@@ -12,6 +15,14 @@ namespace {
 
 using faults::Outcome;
 using faults::Scenario;
+
+constexpr std::array<std::string_view, 7> kReasons{"Unable to start server application\n",
+                                                   "Unable to locate server application: '",
+                                                   "Unable to find specified file\n",
+                                                   "getaddrinfo(127.0.0.1): ",
+                                                   "setting up termination signal: ",
+                                                   "sigaction: ",
+                                                   "dunmallow: out of memory\n"};
 
 const Scenario kScenarios[] = {
     {.name = "texts", .body = faults::textsAreRightOrRefused},
@@ -33,7 +44,8 @@ const Scenario kScenarios[] = {
      .prepare = faults::prepareLaterServer,
      .patienceMs = 1500,
      .timers = true,
-     .shows = "    state    Done"},
+     .shows = "    state    Done",
+     .says = kReasons},
 };
 
 /// Number in an environment variable, or `otherwise`.

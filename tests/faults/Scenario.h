@@ -2,7 +2,8 @@
 /// Something that is run again and again with failing calls.
 
 #include <ostream>
-#include <string>
+#include <span>
+#include <string_view>
 
 namespace faults {
 
@@ -22,6 +23,8 @@ struct Scenario {
     bool timers = false;
     /// What is on standard output when it ends with status 0 by itself; null: whatever.
     const char* shows = nullptr;
+    /// One of these is on standard error when it ends with status 1; empty: whatever.
+    std::span<const std::string_view> says{};
 };
 
 /// For the messages of GoogleTest.

@@ -25,10 +25,13 @@ std::string ofUndisturbed(const Plan& plan, int status, const Ending& ending) {
     return ending.said.empty() || mayTell ? "" : "complains although no call failed";
 }
 
-std::string ofFailure(const Tally& tally, const Ending& ending) {
+std::string ofFailure(const Scenario& scenario, const Tally& tally, const Ending& ending) {
     // The line that tells of no memory may have been struck as well.
-    const bool speechless = tally.outOfMemory && tally.struck > 1;
-    return ending.said.empty() && !speechless ? "ends with 1 and says nothing" : "";
+    if (tally.outOfMemory && tally.struck > 1) return "";
+    if (ending.said.empty()) return "ends with 1 and says nothing";
+    const auto isSaid = [&](std::string_view reason) { return has(ending.said, reason); };
+    const bool any = scenario.says.empty() || std::any_of(scenario.says.begin(), scenario.says.end(), isSaid);
+    return any ? "" : "ends with 1 and does not say why";
 }
 
 std::string ofSuccess(const Scenario& scenario, const Ending& ending) {
@@ -47,7 +50,7 @@ std::string verdict(const Scenario& scenario, const Plan& plan, const Tally& tal
     if (std::any_of(kCrashes.begin(), kCrashes.end(), isSaid)) return "crashes";
     std::string judged = tally.failed ? "" : ofUndisturbed(plan, status, ending);
     if (!judged.empty()) return judged;
-    return status == EXIT_SUCCESS ? ofSuccess(scenario, ending) : ofFailure(tally, ending);
+    return status == EXIT_SUCCESS ? ofSuccess(scenario, ending) : ofFailure(scenario, tally, ending);
 }
 
 }  // namespace faults

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 
@@ -37,7 +38,8 @@ class Verdict : public testing::TestWithParam<Row> {};
 
 TEST_P(Verdict, FollowsFromTheEnding) {
     const Row& row = GetParam();
-    const Scenario scenario{.name = "any", .body = [] {}, .shows = "Done"};
+    static constexpr std::array<std::string_view, 2> kReasons{"Invalid address", "out of memory"};
+    const Scenario scenario{.name = "any", .body = [] {}, .shows = "Done", .says = kReasons};
     faults::Tally tally;
     tally.struck = row.struck;
     tally.failed = row.failed;
@@ -50,6 +52,7 @@ const Row kRows[] = {
     {"successNotShown", {.status = kSucceeded, .shown = "state Busy\n"}, "ends with 0 and does not show 'Done'"},
     {"waitsForASignal", {.status = kSucceeded, .terminated = true}, ""},
     {"refusal", {.status = kRefused, .said = "Invalid address\n"}, ""},
+    {"otherReason", {.status = kRefused, .said = "connect: refused\n"}, "ends with 1 and does not say why"},
     {"silentRefusal", {.status = kRefused}, "ends with 1 and says nothing"},
     {"silentWithoutMemory", {.status = kRefused}, "ends with 1 and says nothing", 1, true, true},
     {"mayBeSilent: the message failed too", {.status = kRefused}, "", 2, true, true},
