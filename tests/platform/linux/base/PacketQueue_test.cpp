@@ -170,7 +170,7 @@ TEST(PacketQueue, DrainingMakesRoomForWhoWaits) {
     EXPECT_TRUE(keepsWaiting(done));
     queue.drain();
     producer.join();
-    EXPECT_EQ(queue.take()->getCommand(), 2);
+    EXPECT_EQ(CountedPacket::living(), queue.size());  // a producer that is quick enough has its packet drained, too
 }
 
 TEST(PacketQueue, OpeningEmptiesTheQueue) {
