@@ -200,6 +200,14 @@ TEST(FindFirst, NamesAreWhatFollowsTheLastSlash) {
     EXPECT_EQ(info.name, ".");
 }
 
+// Asked before any test runs, while the process has no list yet.
+const bool foundWithoutAList = [] {
+    FileInfo info;
+    return findNext(info);
+}();
+
+TEST(FindNext, IsFalseBeforeTheFirstFindFirst) { EXPECT_FALSE(foundWithoutAList); }
+
 TEST(FindNext, GivesEveryMatchOnceInTheOrderOfFindFiles) {
     const TempFolder folder;
     std::vector<std::string> expected;
