@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <string>
 
 #include "tests/support/TempFolder.h"
@@ -85,6 +87,35 @@ struct PathRow {
     std::string (*operation)();
     const char* belowRoot;
 };
+const PathRow kPaths[] = {
+    {"root", AgApp::getRootDirectory, ""},
+    {"application", AgApp::getApplicationDirectory, "/common"},
+    {"bin", AgApp::getBinDirectory, "/bin"},
+    {"system", AgApp::getSystemDirectory, "/system"},
+    {"share", AgApp::getShareDirectory, "/share"},
+    {"config", AgApp::getConfigDirectory, "/common/config"},
+    {"data", AgApp::getDataDirectory, "/common/data"},
+    {"wifi", AgApp::getWifiDirectory, "/common/wifi"},
+    {"transfer", AgApp::getTransferDirectory, "/common/transfer"},
+    {"hexFile", AgApp::getHexFileDirectory, "/common/hexfile"},
+    {"auxData", AgApp::getAuxDataDirectory, "/common/data/aux"},
+    {"storage", AgApp::getStorageDirectory, "/storage"},
+    {"appStorage", AgApp::getAppStorageDirectory, "/storage/common"},
+    {"sharedStorage", AgApp::getSharedStorageDirectory, "/storage/share"},
+    {"appStorageConfig", AgApp::getAppStorageConfigDirectory, "/storage/common/config"},
+    {"appStorageData", AgApp::getAppStorageDataDirectory, "/storage/common/data"},
+    {"guideLines", AgApp::getGuideLinesFile, "/common/data/guidelines.gln"},
+    {"guideCircles", AgApp::getGuideCirclesFile, "/common/data/guidecircles.gln"},
+    {"guidePolygons", AgApp::getGuidePolygonsFile, "/common/data/guidepolygons.gln"},
+    {"boundaries", AgApp::getBoundariesFile, "/common/data/boundaries.bnd"},
+    {"applied", AgApp::getAppliedFile, "/common/data/applied.rcd"},
+    {"quadTree", AgApp::getQuadTreeFile, "/common/data/quadtree.dat"},
+    {"lastRun", AgApp::getLastRunFile, "/common/data/lastrun.txt"},
+    {"gpsInfo", AgApp::getGpsInfoDirectory, "/common/data/zkgps"},
+    {"gpsModel", AgApp::getGpsModelFile, "/common/data/zkgps/model.inf"},
+    {"gpsType", AgApp::getGpsTypeFile, "/common/data/zkgps/type.inf"},
+    {"gpsFirmware", AgApp::getGpsFirmwareFile, "/common/data/zkgps/firmware.inf"},
+};
 class DirectoryTable : public testing::TestWithParam<PathRow> {
     ScopedEnvironment home{"HOME", "/home/op"};
     ScopedEnvironment gps{"GPS_INFO_FILES_DIRECTORY", nullptr};
@@ -94,36 +125,7 @@ TEST_P(DirectoryTable, IsComposedBelowTheRoot) {
     EXPECT_EQ(GetParam().operation(), rootForOperatorHome() + GetParam().belowRoot);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, DirectoryTable,
-    testing::Values(PathRow{"root", AgApp::getRootDirectory, ""},
-                    PathRow{"application", AgApp::getApplicationDirectory, "/common"},
-                    PathRow{"bin", AgApp::getBinDirectory, "/bin"},
-                    PathRow{"system", AgApp::getSystemDirectory, "/system"},
-                    PathRow{"share", AgApp::getShareDirectory, "/share"},
-                    PathRow{"config", AgApp::getConfigDirectory, "/common/config"},
-                    PathRow{"data", AgApp::getDataDirectory, "/common/data"},
-                    PathRow{"wifi", AgApp::getWifiDirectory, "/common/wifi"},
-                    PathRow{"transfer", AgApp::getTransferDirectory, "/common/transfer"},
-                    PathRow{"hexFile", AgApp::getHexFileDirectory, "/common/hexfile"},
-                    PathRow{"auxData", AgApp::getAuxDataDirectory, "/common/data/aux"},
-                    PathRow{"storage", AgApp::getStorageDirectory, "/storage"},
-                    PathRow{"appStorage", AgApp::getAppStorageDirectory, "/storage/common"},
-                    PathRow{"sharedStorage", AgApp::getSharedStorageDirectory, "/storage/share"},
-                    PathRow{"appStorageConfig", AgApp::getAppStorageConfigDirectory, "/storage/common/config"},
-                    PathRow{"appStorageData", AgApp::getAppStorageDataDirectory, "/storage/common/data"},
-                    PathRow{"guideLines", AgApp::getGuideLinesFile, "/common/data/guidelines.gln"},
-                    PathRow{"guideCircles", AgApp::getGuideCirclesFile, "/common/data/guidecircles.gln"},
-                    PathRow{"guidePolygons", AgApp::getGuidePolygonsFile, "/common/data/guidepolygons.gln"},
-                    PathRow{"boundaries", AgApp::getBoundariesFile, "/common/data/boundaries.bnd"},
-                    PathRow{"applied", AgApp::getAppliedFile, "/common/data/applied.rcd"},
-                    PathRow{"quadTree", AgApp::getQuadTreeFile, "/common/data/quadtree.dat"},
-                    PathRow{"lastRun", AgApp::getLastRunFile, "/common/data/lastrun.txt"},
-                    PathRow{"gpsInfo", AgApp::getGpsInfoDirectory, "/common/data/zkgps"},
-                    PathRow{"gpsModel", AgApp::getGpsModelFile, "/common/data/zkgps/model.inf"},
-                    PathRow{"gpsType", AgApp::getGpsTypeFile, "/common/data/zkgps/type.inf"},
-                    PathRow{"gpsFirmware", AgApp::getGpsFirmwareFile, "/common/data/zkgps/firmware.inf"}),
-    rowName);
+INSTANTIATE_TEST_SUITE_P(Rows, DirectoryTable, testing::ValuesIn(kPaths), rowName);
 
 TEST(Directories, ApplicationNameIsCommon) { EXPECT_EQ(AgApp::getApplicationName(), "common"); }
 
@@ -155,6 +157,8 @@ struct GpsRow {
     const char* variable;
     const char* folder;
     const char* model;
+    const char* type;
+    const char* firmware;
 };
 class GpsInfo : public testing::TestWithParam<GpsRow> {};
 
@@ -163,15 +167,20 @@ TEST_P(GpsInfo, VariableReplacesTheFolderEvenWhenEmpty) {
     const ScopedEnvironment gps("GPS_INFO_FILES_DIRECTORY", GetParam().variable);
     EXPECT_EQ(AgApp::getGpsInfoDirectory(), GetParam().folder);
     EXPECT_EQ(AgApp::getGpsModelFile(), GetParam().model);
+    EXPECT_EQ(AgApp::getGpsTypeFile(), GetParam().type);
+    EXPECT_EQ(AgApp::getGpsFirmwareFile(), GetParam().firmware);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, GpsInfo,
-                         testing::Values(GpsRow{"set", "/var/gps", "/var/gps", "/var/gps/model.inf"},
-                                         GpsRow{"emptyGivesARelativePath", "", "", "model.inf"},
-                                         GpsRow{"trailingSeparator", "/var/gps/", "/var/gps/", "/var/gps/model.inf"},
-                                         GpsRow{"relative", "gps", "gps", "gps/model.inf"},
-                                         GpsRow{"twoCharactersGetNoSeparator", "/g", "/g", "/gmodel.inf"}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(
+    Rows, GpsInfo,
+    testing::Values(GpsRow{"set", "/var/gps", "/var/gps", "/var/gps/model.inf", "/var/gps/type.inf",
+                           "/var/gps/firmware.inf"},
+                    GpsRow{"emptyGivesARelativePath", "", "", "model.inf", "type.inf", "firmware.inf"},
+                    GpsRow{"trailingSeparator", "/var/gps/", "/var/gps/", "/var/gps/model.inf", "/var/gps/type.inf",
+                           "/var/gps/firmware.inf"},
+                    GpsRow{"relative", "gps", "gps", "gps/model.inf", "gps/type.inf", "gps/firmware.inf"},
+                    GpsRow{"twoCharactersGetNoSeparator", "/g", "/g", "/gmodel.inf", "/gtype.inf", "/gfirmware.inf"}),
+    rowName);
 
 TEST(Directories, GpsFolderWithoutVariableIsInTheDataFolder) {
     EXPECT_EQ(AgApp::gpsInfoDirectory(nullptr, "/d"), "/dzkgps") << "two characters get no separator";
@@ -215,9 +224,12 @@ TEST(OrdinaryUser, NothingIsCreated) {
     const testsupport::TempFolder folder;
     ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
     const ScopedEnvironment home("HOME", folder.path().c_str());
-    expectAsOrdinaryUser([&] {
-        return AgApp::getAppStorageDataDirectory() == folder / ".varnex/storage/common/data" &&
-               AgApp::getNumberedConfigDirectory(1) == folder / ".varnex/common/config/S0001";
+    const ScopedEnvironment gps("GPS_INFO_FILES_DIRECTORY", nullptr);
+    expectAsOrdinaryUser([root = folder / ".varnex"] {
+        const bool composed = std::all_of(std::begin(kPaths), std::end(kPaths),
+                                          [&](const PathRow& row) { return row.operation() == root + row.belowRoot; });
+        return composed && AgApp::getApplicationName() == "common" &&
+               AgApp::getNumberedConfigDirectory(1) == root + "/common/config/S0001";
     });
     EXPECT_EQ(rmdir(folder.path().c_str()), 0) << "the folder is not empty";
 }
