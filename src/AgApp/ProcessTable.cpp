@@ -14,6 +14,7 @@ namespace AgApp {
 
 namespace {
 
+constexpr const char* kProcessTable = "/proc";
 constexpr std::int32_t kKernelThreadCreator = 2;
 
 /// Owns the matches of a pattern; none when the scan fails.
@@ -75,35 +76,41 @@ ProcessRecord parseProcessStatus(std::istream& status) {
     return record;
 }
 
-ProcessRecord readProcessStatus(int pid, const std::string& table) {
+ProcessRecord readProcessStatusIn(const std::string& table, int pid) {
     std::ifstream status(table + "/" + std::to_string(pid) + "/status");
     return parseProcessStatus(status);
 }
 
-int getParentPid(int pid, const std::string& table) { return readProcessStatus(pid, table).ppid; }
+int getParentPidIn(const std::string& table, int pid) { return readProcessStatusIn(table, pid).ppid; }
 
-bool isKernelThread(int pid, const std::string& table) {
-    return pid == kKernelThreadCreator || getParentPid(pid, table) == kKernelThreadCreator;
+bool isKernelThreadIn(const std::string& table, int pid) {
+    return pid == kKernelThreadCreator || getParentPidIn(table, pid) == kKernelThreadCreator;
 }
 
-std::vector<ProcessRecord> listProcesses(const std::string& table) {
+std::vector<ProcessRecord> listProcessesIn(const std::string& table) {
     std::vector<ProcessRecord> processes;
     const Matches matches(table + "/[0-9]*");
     for (const char* path : matches.paths()) {
         const std::string digits = std::string(path).substr(table.size() + 1);
         if (!isNumber(digits) || !isFolder(path)) continue;
-        ProcessRecord record = readProcessStatus(stringToInt(digits), table);
+        ProcessRecord record = readProcessStatusIn(table, stringToInt(digits));
         if (record.pid != -1) processes.push_back(std::move(record));
     }
     return processes;
 }
 
-bool isProcessRunning(const char* name, const std::string& table) {
+bool isProcessRunningIn(const std::string& table, const char* name) {
     if (name == nullptr) return false;
-    const std::vector<ProcessRecord> processes = listProcesses(table);
+    const std::vector<ProcessRecord> processes = listProcessesIn(table);
     return std::any_of(processes.begin(), processes.end(),
                        [name](const auto& process) { return process.name == name; });
 }
+
+ProcessRecord readProcessStatus(int pid) { return readProcessStatusIn(kProcessTable, pid); }
+int getParentPid(int pid) { return getParentPidIn(kProcessTable, pid); }
+bool isKernelThread(int pid) { return isKernelThreadIn(kProcessTable, pid); }
+std::vector<ProcessRecord> listProcesses() { return listProcessesIn(kProcessTable); }
+bool isProcessRunning(const char* name) { return isProcessRunningIn(kProcessTable, name); }
 
 int stringToInt(const std::string& text) {
     int value = 0;

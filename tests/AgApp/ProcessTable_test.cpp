@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "tests/support/TempFolder.h"
 
@@ -19,6 +21,14 @@ namespace {
 using AgApp::ProcessRecord;
 
 const auto rowName = [](const auto& row) { return std::string(row.param.why); };
+
+// Tools hand these functions on as plain function pointers.
+static_assert(std::is_same_v<decltype(&AgApp::readProcessStatus), ProcessRecord (*)(int)>);
+static_assert(std::is_same_v<decltype(&AgApp::getParentPid), int (*)(int)>);
+static_assert(std::is_same_v<decltype(&AgApp::isKernelThread), bool (*)(int)>);
+static_assert(std::is_same_v<decltype(&AgApp::listProcesses), std::vector<ProcessRecord> (*)()>);
+static_assert(std::is_same_v<decltype(&AgApp::isProcessRunning), bool (*)(const char*)>);
+static_assert(std::is_same_v<decltype(&AgApp::stringToInt), int (*)(const std::string&)>);
 
 void expectUnknown(const ProcessRecord& record) {
     EXPECT_EQ(record.name, "");
@@ -144,7 +154,7 @@ TEST(ProcessList, HoldsEveryNumberedFolderWithAPid) {
     table.write("13", statusOf("noFolder", 104));
     table.write("14/stat", "");
     table.write("15/status", "Name:\tnoPid\n");
-    EXPECT_EQ(sortedPids(AgApp::listProcesses(table.path())), (std::vector<int>{0, 7, 12, 90}));
+    EXPECT_EQ(sortedPids(AgApp::listProcessesIn(table.path())), (std::vector<int>{0, 7, 12, 90}));
 }
 
 TEST(ProcessList, KeepsTheOrderOfTheScan) {
@@ -159,7 +169,7 @@ TEST(ProcessList, KeepsTheOrderOfTheScan) {
     }
     ASSERT_EQ(scanned.size(), 60U);
     std::vector<int> listed;
-    for (const ProcessRecord& process : AgApp::listProcesses(table.path())) listed.push_back(process.pid);
+    for (const ProcessRecord& process : AgApp::listProcessesIn(table.path())) listed.push_back(process.pid);
     EXPECT_EQ(listed, scanned);
 }
 
@@ -167,56 +177,56 @@ TEST(ProcessList, FollowsALinkToAFolder) {
     const testsupport::TempFolder table;
     table.write("real/status", statusOf("linked", 12));
     ASSERT_EQ(symlink((table / "real").c_str(), (table / "12").c_str()), 0);
-    EXPECT_EQ(sortedPids(AgApp::listProcesses(table.path())), std::vector<int>{12});
+    EXPECT_EQ(sortedPids(AgApp::listProcessesIn(table.path())), std::vector<int>{12});
 }
 
 TEST(ProcessList, SkipsNumbersThatNoProcessCanHave) {
     const testsupport::TempFolder table;
     table.write("99999999999/status", statusOf("tooLarge", 12));
-    EXPECT_TRUE(AgApp::listProcesses(table.path()).empty());
+    EXPECT_TRUE(AgApp::listProcessesIn(table.path()).empty());
 }
 
 TEST(ProcessList, IsEmptyWithoutATable) {
     const testsupport::TempFolder folder;
-    EXPECT_TRUE(AgApp::listProcesses(folder.path()).empty()) << "nothing matches";
-    EXPECT_TRUE(AgApp::listProcesses(folder / "missing").empty()) << "nothing to scan";
+    EXPECT_TRUE(AgApp::listProcessesIn(folder.path()).empty()) << "nothing matches";
+    EXPECT_TRUE(AgApp::listProcessesIn(folder / "missing").empty()) << "nothing to scan";
 }
 
 TEST(ProcessList, ReadsTheTableAfreshEachTime) {
     const testsupport::TempFolder table;
     table.write("7/status", statusOf("a", 7));
-    EXPECT_EQ(AgApp::readProcessStatus(7, table.path()).name, "a");
-    EXPECT_EQ(AgApp::listProcesses(table.path()).size(), 1U);
+    EXPECT_EQ(AgApp::readProcessStatusIn(table.path(), 7).name, "a");
+    EXPECT_EQ(AgApp::listProcessesIn(table.path()).size(), 1U);
     table.write("7/status", statusOf("b", 7));
     table.write("8/status", statusOf("c", 8));
-    EXPECT_EQ(AgApp::readProcessStatus(7, table.path()).name, "b");
-    EXPECT_EQ(AgApp::listProcesses(table.path()).size(), 2U);
+    EXPECT_EQ(AgApp::readProcessStatusIn(table.path(), 7).name, "b");
+    EXPECT_EQ(AgApp::listProcessesIn(table.path()).size(), 2U);
 }
 
 TEST(ProcessList, IsSearchedForAnExactName) {
     const testsupport::TempFolder table;
     table.write("7/status", statusOf("corvane", 7));
     table.write("8/status", statusOf("", 8));
-    EXPECT_TRUE(AgApp::isProcessRunning("corvane", table.path()));
+    EXPECT_TRUE(AgApp::isProcessRunningIn(table.path(), "corvane"));
     for (const char* other : {"corvan", "corvanes", "Corvane", "7"})
-        EXPECT_FALSE(AgApp::isProcessRunning(other, table.path())) << other;
-    EXPECT_TRUE(AgApp::isProcessRunning("", table.path())) << "a process may have no name";
+        EXPECT_FALSE(AgApp::isProcessRunningIn(table.path(), other)) << other;
+    EXPECT_TRUE(AgApp::isProcessRunningIn(table.path(), "")) << "a process may have no name";
 }
 
 TEST(KernelThread, IsAChildOfProcessTwo) {
     const testsupport::TempFolder table;
     table.write("31/status", "Name:\tkworker\nPid:\t31\nPPid:\t2\n");
     table.write("32/status", "Name:\tshell\nPid:\t32\nPPid:\t31\n");
-    EXPECT_EQ(AgApp::getParentPid(31, table.path()), 2);
-    EXPECT_TRUE(AgApp::isKernelThread(31, table.path()));
-    EXPECT_FALSE(AgApp::isKernelThread(32, table.path()));
-    EXPECT_FALSE(AgApp::isKernelThread(33, table.path())) << "no such process";
-    EXPECT_TRUE(AgApp::isKernelThread(2, table.path())) << "known without reading";
+    EXPECT_EQ(AgApp::getParentPidIn(table.path(), 31), 2);
+    EXPECT_TRUE(AgApp::isKernelThreadIn(table.path(), 31));
+    EXPECT_FALSE(AgApp::isKernelThreadIn(table.path(), 32));
+    EXPECT_FALSE(AgApp::isKernelThreadIn(table.path(), 33)) << "no such process";
+    EXPECT_TRUE(AgApp::isKernelThreadIn(table.path(), 2)) << "known without reading";
 }
 
 TEST(ProcessStatus, OfAMissingFileIsUnknown) {
     const testsupport::TempFolder table;
-    expectUnknown(AgApp::readProcessStatus(7, table.path()));
+    expectUnknown(AgApp::readProcessStatusIn(table.path(), 7));
 }
 
 /// A process with a name of its own that waits until the object goes.

@@ -210,15 +210,15 @@ void processesAreListed() {
     table.write("2/status", "Name:\tkthreadd\nPid:\t2\nPPid:\t0\nUid:\t0\t0\t0\t0\n");
     table.write("7/status", "Name:\tcorvane\nPid:\t7\nPPid:\t1\nUid:\t1000\t1000\t0\t0\n");
     const std::string place = table / "";
-    const auto processes = AgApp::listProcesses(place);
+    const auto processes = AgApp::listProcessesIn(place);
     done(processes.size() == 3, "listProcesses");
     for (const AgApp::ProcessRecord& process : processes)
         must(process.pid == 1 || process.pid == 2 || process.pid == 7, "a process that is not there");
-    must(!AgApp::isProcessRunning("no process of this name", place), "a process that does not run");
-    done(AgApp::isProcessRunning("corvane", place), "isProcessRunning");
-    const int parent = AgApp::getParentPid(7, place);
+    must(!AgApp::isProcessRunningIn(place, "no process of this name"), "a process that does not run");
+    done(AgApp::isProcessRunningIn(place, "corvane"), "isProcessRunning");
+    const int parent = AgApp::getParentPidIn(place, 7);
     if (done(parent != 0, "getParentPid")) must(parent == 1, "the parent");
-    must(!AgApp::isKernelThread(7, place), "isKernelThread");
+    must(!AgApp::isKernelThreadIn(place, 7), "isKernelThread");
 }
 
 }  // namespace faults
