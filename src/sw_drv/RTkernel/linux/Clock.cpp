@@ -101,6 +101,11 @@ timeval wallClockNow() {
     return simulated ? *simulated : systemTime();
 }
 
+std::time_t wallClockSeconds() {
+    const std::optional<timeval> simulated = simulatedTime();
+    return simulated ? simulated->tv_sec : std::time(nullptr);
+}
+
 std::time_t advanceSimulatedTime(double seconds) {
     SimulatedClock& clock = simulatedClock();
     const MutexLock lock(clock.lock);

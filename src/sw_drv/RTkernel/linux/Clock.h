@@ -28,6 +28,9 @@ double secondsSinceStart();
 /// Time of day (since 1970, UTC): the simulated time when there is one, else the system's.
 timeval wallClockNow();
 
+/// `wallClockNow` in whole seconds, as `time` counts them: it begins a second up to some milliseconds later.
+std::time_t wallClockSeconds();
+
 /// Moves simulated time by `seconds` (negative: back), starting from the system's time at the first call. From then on
 /// all clocks of the kit but `monotonicMilliseconds` stand still between two calls, for the rest of the process.
 /// Returns the new time in whole seconds since 1970. See `addSeconds` for the range. For one controlling thread.

@@ -12,7 +12,7 @@ namespace {
 constexpr std::int64_t kSecondsPerDay = 86400;
 
 std::tm localNow() {
-    const std::time_t now = wallClockNow().tv_sec;
+    const std::time_t now = wallClockSeconds();
     std::tm fields{};
     tzset();  // as localtime would: a change of the zone shows at once
     localtime_r(&now, &fields);

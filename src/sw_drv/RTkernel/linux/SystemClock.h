@@ -1,6 +1,7 @@
 #pragma once
 /// The machine's clock in local calendar terms, and setting it. "Now" is simulated time when there is one (Clock.h),
-/// but setting starts from the machine's own clock and changes that. Safe from any thread.
+/// else the second that `time` shows, but setting starts from the machine's own clock and changes that. Safe from any
+/// thread.
 
 #include <sys/time.h>
 

@@ -20,6 +20,7 @@
 #include "sw_drv/RTkernel/linux/threadfunc.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Process.h"
+#include "tests/support/TempFolder.h"
 #include "tests/sw_drv/RTkernel/linux/InjectedCalls.h"
 #include "tests/sw_drv/RTkernel/linux/KitTest.h"
 
@@ -499,6 +500,20 @@ TEST(FailedClock, CannotBeStarted) {
     EXPECT_EQ(threadfunc::startMonotonicClock(), 0);
     const injected::MonotonicClock unreadable;
     EXPECT_EQ(threadfunc::startMonotonicClock(), -1);
+}
+
+// Whoever compares with time sees the same second, also in the milliseconds in which gettimeofday is in the next one.
+TEST(LocalClock, ShowsTheSecondThatTimeShows) {
+    const testsupport::ScopedEnvironment zone("TZ", "ABC-2");
+    injected::secondsNow = 1775221507;  // 3 April 2026 13:05:07 UTC, a Friday
+    const threadfunc::PackedTime time = threadfunc::packedLocalTime();
+    const threadfunc::PackedDate date = threadfunc::packedLocalDate();
+    std::array<char, 32> text{};
+    threadfunc::formatLocalTime(text.data(), nullptr);
+    injected::secondsNow = 0;
+    EXPECT_TRUE(time.hour == 15 && time.minute == 5 && time.second == 7);
+    EXPECT_TRUE(date.day == 3 && date.month == 4 && date.year == 2026 && date.weekday == 5);
+    EXPECT_STREQ(text.data(), "15:05:07");
 }
 
 // --- Setting the clock -------------------------------------------------------------------------------------------

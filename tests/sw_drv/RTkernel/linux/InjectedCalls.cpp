@@ -90,6 +90,7 @@ int lastSemaphoreShared = -1;
 SetTimeArguments lastSetTime{};
 thread_local SleepArguments lastSleep{};
 std::atomic<long long> monotonicAheadMs{0};
+std::atomic<long long> secondsNow{0};
 std::atomic<long> pageBytes{0};
 std::atomic<const rusage*> usage{nullptr};
 std::atomic<const char*> fileText{nullptr};
@@ -213,6 +214,15 @@ int WRAP(GETTIME)(clockid_t clock, timespec* time) {
     time->tv_sec += static_cast<std::time_t>(injected::monotonicAheadMs / 1000 + nanoseconds / 1'000'000'000);
     time->tv_nsec = static_cast<long>(nanoseconds % 1'000'000'000);
     return result;
+}
+
+#define TIME TIME_CALL(time, __time64)
+std::time_t REAL(TIME)(std::time_t*);
+std::time_t WRAP(TIME)(std::time_t* result) {
+    const auto stated = static_cast<std::time_t>(injected::secondsNow);
+    if (stated == 0) return REAL(TIME)(result);
+    if (result != nullptr) *result = stated;
+    return stated;
 }
 
 #define GETRUSAGE TIME_CALL(getrusage, __getrusage64)

@@ -118,6 +118,9 @@ public:
     timespec now{};
 };
 
+/// Unless 0: the seconds since 1970 that time gives.
+extern std::atomic<long long> secondsNow;
+
 /// Unless 0: the size of a memory page as sysconf gives it.
 extern std::atomic<long> pageBytes;
 

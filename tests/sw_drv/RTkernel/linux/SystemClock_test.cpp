@@ -1,7 +1,6 @@
 #include "sw_drv/RTkernel/linux/SystemClock.h"
 
 #include <gtest/gtest.h>
-#include <sys/time.h>
 
 #include <array>
 #include <cstdint>
@@ -23,23 +22,16 @@ timeval at(std::int64_t seconds, std::int64_t microseconds) {
     return time;
 }
 
-// Not std::time, whose clock begins a second a few milliseconds late.
-std::time_t secondNow() {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return now.tv_sec;
-}
-
 // Runs `body` with the local time now, again when the second has passed meanwhile.
 template <typename Body>
 void withinOneSecond(const Body& body) {
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const std::time_t before = secondNow();
+        const std::time_t before = std::time(nullptr);
         std::tm local{};
         tzset();
         localtime_r(&before, &local);
         const bool agrees = body(local);
-        if (secondNow() != before) continue;
+        if (std::time(nullptr) != before) continue;
         EXPECT_TRUE(agrees);
         return;
     }
