@@ -28,6 +28,9 @@ SCRIPT = SOURCE / "scripts/stamp-build-date"
 UNSTAMPED = b"!Build Date: 1901-01-01 00:00:00 UTC!\0"
 STAMPED = b"!Build Date: 2024-02-29 12:34:56 UTC!\0"
 DATE = "2024-02-29 12:34:56"
+KEYWORD = "$HeadURL: svn+ssh://repository.example/usr/local/Repository/{path}/src/AgApp/SuiteVersions.cpp $"
+WHOLE_KEYWORD = (rb"\$HeadURL: svn\+ssh://[^/ ]+/usr/local/Repository/(trunk|(branches|tags)/[^/ ]+)"
+                 rb"/src/AgApp/SuiteVersions\.cpp \$\0")
 
 
 def stamp(program, *arguments, environment=None):
@@ -211,6 +214,13 @@ def output_of(program, *arguments):
 
 
 @pytest.mark.parametrize("program", PROGRAMS, ids=lambda program: program.name)
+def test_the_builds_own_program_holds_the_keyword_once_and_whole(program):
+    content = program.read_bytes()
+    assert content.count(b"$HeadURL: ") == 1
+    assert re.search(WHOLE_KEYWORD, content)
+
+
+@pytest.mark.parametrize("program", PROGRAMS, ids=lambda program: program.name)
 def test_the_builds_own_program_holds_the_marker_once_and_prints_what_is_stamped(program, tmp_path):
     content = program.read_bytes()
     assert content.count(b"!Build Date: ") == 1
@@ -251,7 +261,19 @@ def test_marker_stands_once_and_is_read_when_the_program_runs(flags, tmp_path):
     main.write_text(PRINT_MARKER)
     program = tmp_path / "program"
     compile_and_link(program, *flags, main, SOURCE / "src/AgApp/BuildMarker.cpp")
-    check_marker(program, output_of_unstamped=[UNSTAMPED[:-1].decode()], output_of_stamped=[STAMPED[:-1].decode()])
+    check_constants(program, output_of_unstamped=[UNSTAMPED[:-1].decode()], output_of_stamped=[STAMPED[:-1].decode()])
+
+
+@pytest.mark.parametrize("flags", LINKS.values(), ids=LINKS.keys())
+def test_keyword_stands_once_and_whole(flags, tmp_path):
+    configure_keyword("trunk", tmp_path / "RepositoryKeyword.cpp")
+    main = tmp_path / "main.cpp"
+    main.write_text(PRINT_MARKER.replace("readBuildMarker", "readRepositoryKeyword"))
+    program = tmp_path / "program"
+    compile_and_link(program, *flags, main, tmp_path / "RepositoryKeyword.cpp")
+    assert program.read_bytes().count(b"$HeadURL: ") == 1
+    assert program.read_bytes().count(KEYWORD.format(path="trunk").encode() + b"\0") == 1
+    assert output_of(program) == [KEYWORD.format(path="trunk")]
 
 
 PRINT_MARKER = """#include <cstdio>
@@ -260,13 +282,13 @@ int main() { std::puts(AgApp::readBuildMarker().c_str()); }
 """
 
 
-def check_marker(program, output_of_unstamped, output_of_stamped):
-    """The program as linked and as stripped holds one marker, and prints what stands in it."""
+def check_constants(program, output_of_unstamped, output_of_stamped, keyword=None):
+    """The program as linked and as stripped holds one marker, one keyword if any, and prints what stands in them."""
+    once = [b"Build Date: ", UNSTAMPED] + ([b"$HeadURL: ", keyword.encode() + b"\0"] if keyword else [])
     for stripped in (False, True):
         if stripped:
             subprocess.run([STRIP, program], check=True)
-        assert program.read_bytes().count(b"Build Date: ") == 1
-        assert program.read_bytes().count(UNSTAMPED) == 1
+        assert [program.read_bytes().count(text) for text in once] == [1] * len(once)
         assert output_of(program) == output_of_unstamped
         copy = Path(shutil.copy(program, program.with_suffix(".stamped")))
         assert stamp(copy, "--date", DATE).returncode == 0
@@ -309,8 +331,8 @@ def test_an_optimised_program_knows_its_tree_and_its_date(path, facts, objects, 
 
     def lines(date, seconds):
         return [facts[0].format(date=date), date, seconds, facts[1]]
-    check_marker(program, output_of_unstamped=lines("1901-01-01 00:00:00 UTC", "2117514496"),
-                 output_of_stamped=lines("2024-02-29 12:34:56 UTC", "1709210096"))
+    check_constants(program, output_of_unstamped=lines("1901-01-01 00:00:00 UTC", "2117514496"),
+                    output_of_stamped=lines("2024-02-29 12:34:56 UTC", "1709210096"), keyword=KEYWORD.format(path=path))
 
 
 # The build's steps
@@ -320,7 +342,7 @@ def test_keyword_names_the_tree(path, tmp_path):
     file = tmp_path / "keyword.cpp"
     assert configure_keyword(path, file).stderr == ""
     text = re.sub(r'"\s*"', "", file.read_text())
-    assert f'"$HeadURL: svn+ssh://repository.example/usr/local/Repository/{path}/src/AgApp/SuiteVersions.cpp $"' in text
+    assert f'"{KEYWORD.format(path=path)}"' in text
 
 
 def test_keyword_is_the_trunk_unless_set(tmp_path):
