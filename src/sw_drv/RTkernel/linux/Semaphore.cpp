@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <climits>
 #include <iostream>
+#include <string>
+
+#include "sw_drv/RTkernel/linux/WholeText.h"
 
 namespace threadfunc {
 
@@ -17,7 +20,7 @@ void semaphore::wait() {
     while (sem_wait(handle.get()) != 0) {
         if (errno == EINTR) continue;
         // On standard output, unlike all else in the kit: logs of terminals in the field are searched for it there.
-        std::cout << "sem_wait() " << errno << std::endl;
+        printWhole(std::cout, {"sem_wait() ", std::to_string(errno), "\n"});
         return;
     }
 }

@@ -13,8 +13,10 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "sw_drv/RTkernel/linux/CrashReport.h"
+#include "sw_drv/RTkernel/linux/WholeText.h"
 
 namespace threadfunc {
 
@@ -49,7 +51,7 @@ public:
     const int initError;
 };
 
-void reportError(const char* what, int error) { std::cerr << what << std::strerror(error) << std::endl; }
+void reportError(const char* what, int error) { printWhole(std::cerr, {what, std::strerror(error), "\n"}); }
 
 pthread_t notStarted(const char* what, int error) {
     reportError(what, error);
@@ -80,9 +82,10 @@ private:
 };
 
 void printStartLines(const ThreadStartRecord& record) {
-    std::cout << "Starting thread. Process: " << getpid() << ", thread: " << threadId()
-              << ", priority: " << threadPriority() << std::endl;
-    std::cout << "Call origin: " << record.originFile << " line " << record.originLine << std::endl;
+    const int priority = threadPriority();  // first: it may have a line of its own
+    printWhole(std::cout, {"Starting thread. Process: ", std::to_string(getpid()),
+                           ", thread: ", std::to_string(threadId()), ", priority: ", std::to_string(priority),
+                           "\nCall origin: ", record.originFile, " line ", std::to_string(record.originLine), "\n"});
 }
 
 void* startRoutine(void* argument) {
@@ -100,9 +103,9 @@ void setScheduling(int rtPriority) {
     if (sched_setscheduler(0, rtPriority != 0 ? SCHED_RR : SCHED_OTHER, &parameters) == 0) return;
     const int error = errno;
     if (error == EPERM && quietThreads) return;
-    std::cerr << "threadfunc::InitThread() - sched_setscheduler() reports error: " << std::strerror(error);
-    if (error == EPERM) std::cerr << " # Run as ROOT to allow setting of thread priority";
-    std::cerr << std::endl;
+    const char* const hint = error == EPERM ? " # Run as ROOT to allow setting of thread priority" : "";
+    printWhole(std::cerr,
+               {"threadfunc::InitThread() - sched_setscheduler() reports error: ", std::strerror(error), hint, "\n"});
 }
 
 timespec monotonicDeadline(int msec) {
@@ -179,8 +182,9 @@ void sleep(int msec) {
         ++calls;
     }
     if (result == 0) return;
-    std::cerr << "threadfunc::sleep() - nanosleep() reports result: " << result << " msec: " << msec
-              << " tv_sec: " << deadline.tv_sec << " tv_nsec: " << deadline.tv_nsec << " cnt: " << calls << std::endl;
+    printWhole(std::cerr, {"threadfunc::sleep() - nanosleep() reports result: ", std::to_string(result),
+                           " msec: ", std::to_string(msec), " tv_sec: ", std::to_string(deadline.tv_sec),
+                           " tv_nsec: ", std::to_string(deadline.tv_nsec), " cnt: ", std::to_string(calls), "\n"});
 }
 
 int threadId() { return gettid(); }

@@ -9,13 +9,14 @@
 #include <iostream>
 
 #include "sw_drv/RTkernel/linux/Thread.h"
+#include "sw_drv/RTkernel/linux/WholeText.h"
 
 namespace threadfunc {
 
 TimerPipe::TimerPipe() : TimerPipe(-1, -1) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
-        std::cerr << " Unable to initialize pipe for Thread timer" << std::endl;
+        printWhole(std::cerr, {" Unable to initialize pipe for Thread timer\n"});
         return;
     }
     readEnd = ends[0];
@@ -33,7 +34,7 @@ void TimerPipe::_threadTimerWakeup() const {
     const char byte = 0;
     if (write(writeEnd, &byte, 1) == 1) return;
     if (errno == EAGAIN) return;  // the pipe is full of wake-ups that are not taken yet
-    std::cerr << " _threadTimerWakeup unable to do a write" << std::endl;
+    printWhole(std::cerr, {" _threadTimerWakeup unable to do a write\n"});
 }
 
 void TimerPipe::_threadTimerSleep(int timeoutMs) const {
@@ -44,7 +45,7 @@ void TimerPipe::_threadTimerSleep(int timeoutMs) const {
     // A descriptor that cannot be waited for must not send the thread round and round at the highest priority.
     if (ready < 0 || (readable.revents & POLLIN) == 0) return threadfunc::sleep(timeoutMs);
     char byte = 0;
-    if (read(readEnd, &byte, 1) != 1) std::cerr << " _threadTimerSleep unable to do a read" << std::endl;
+    if (read(readEnd, &byte, 1) != 1) printWhole(std::cerr, {" _threadTimerSleep unable to do a read\n"});
 }
 
 }  // namespace threadfunc

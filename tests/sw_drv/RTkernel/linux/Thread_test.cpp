@@ -7,12 +7,14 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -309,6 +311,12 @@ std::string outputOfStart(const char* originFile, bool quiet) {
     return output.text();
 }
 
+std::string nextLine(std::istream& text) {
+    std::string line;
+    std::getline(text, line);
+    return line;
+}
+
 TEST(ThreadStartLines, NameTheThreadAndItsOrigin) {
     const std::string process = std::to_string(getpid());
     EXPECT_THAT(outputOfStart("some/file.cpp", false),
@@ -326,6 +334,41 @@ TEST(ThreadStartLines, NameTheThreadThatStarts) {
     const NotQuiet notQuiet;
     KitThread([&id] { id = threadfunc::threadId(); }).join();
     EXPECT_THAT(output.text(), testing::HasSubstr(", thread: " + std::to_string(id) + ", priority: "));
+}
+
+constexpr int kRounds = 200;
+
+struct Printed {
+    std::istringstream output;
+    std::istringstream errors;
+};
+
+// Three threads a round start at once, and each fails to join.
+Printed outputOfStartsAtOnce() {
+    const CapturedOutput output(STDOUT_FILENO);
+    const CapturedOutput errors(STDERR_FILENO);
+    const NotQuiet notQuiet;
+    for (int round = 0; round < kRounds; ++round) {
+        std::array<pthread_t, 3> threads{};
+        for (pthread_t& thread : threads)
+            thread = threadfunc::ThreadCreate(
+                kTimeSharing, [](void*) { return threadfunc::threadJoin(0); }, nullptr, 0, "file", 1);
+        for (const pthread_t thread : threads) threadfunc::threadJoin(thread);
+    }
+    return {std::istringstream(output.text()), std::istringstream(errors.text())};
+}
+
+// Of thousands of lines, hundreds once had pieces of others in between.
+TEST(ThreadLines, OfThreadsThatPrintAtOnceStayWhole) {
+    Printed printed = outputOfStartsAtOnce();
+    const std::string start = "Starting thread. Process: [0-9]+, thread: [0-9]+, priority: 99";
+    const std::string error = "threadfunc::threadJoin() - pthread_join() reports error: No such process";
+    for (int i = 0; i < 3 * kRounds; ++i) {
+        ASSERT_THAT(nextLine(printed.output), MatchesRegex(start));
+        ASSERT_EQ(nextLine(printed.output), "Call origin: file line 1");
+        ASSERT_EQ(nextLine(printed.errors), error);
+    }
+    EXPECT_EQ(nextLine(printed.output) + nextLine(printed.errors), "");
 }
 
 // --- Sleep and id ------------------------------------------------------------------------------------------------
