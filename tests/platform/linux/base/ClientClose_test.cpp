@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "tests/platform/linux/base/ClientFixture.h"
+#include "tests/platform/linux/base/CountedPacket.h"
 #include "tests/platform/linux/base/ReplacedCalls.h"
 #include "tests/support/CapturedOutput.h"
 
@@ -326,6 +327,23 @@ TEST_F(ClientClose, QueuedPacketsAreDeletedWithTheLink) {
     connect();
     EXPECT_TRUE(client.send(8));
     EXPECT_EQ(peer.read(8), hex("00000008 0008 0008"));
+}
+
+// Behind the end of a link nobody takes them from the buffer but the closing thread.
+TEST_F(ClientClose, PacketsQueuedAfterTheEndOfTheLinkAreDeletedAtOnce) {
+    const std::size_t threads = testsupport::runningThreads();
+    connect();
+    peer.close();
+    EXPECT_TRUE(client.waitForEnd());
+    EXPECT_TRUE(waitFor([threads] { return testsupport::runningThreads() <= threads; }));
+    // Should a thread of before have been counted, the transmit thread may still take one or the other.
+    EXPECT_TRUE(waitFor([this] {
+        TPacket* packet = new CountedPacket(7);
+        EXPECT_TRUE(client.sendPacket(packet, false));
+        return CountedPacket::living() == 5;
+    }));
+    client.closeSocket(true);
+    EXPECT_EQ(CountedPacket::living(), 0);
 }
 
 class ClientDestructor : public LeavesNothing {};

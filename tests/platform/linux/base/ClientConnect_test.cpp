@@ -308,6 +308,29 @@ private:
     TestClient filler;
 };
 
+// Nobody is told the state of the middle of an attempt.
+TEST_F(ClientConnect, StateIsToldBehindTheAttempt) {
+    BusyServer busy;
+    TestClient client(busy.port());
+    std::thread connector([&] { client.connectToServer(); });
+    EXPECT_TRUE(waitFor([&] { return client.descriptor() >= 0; }));
+    Latch asking;
+    std::atomic<bool> told{false};
+    LinkStatus status;
+    std::thread asker([&] {
+        asking.open();
+        status = client.status();
+        told = true;
+    });
+    asking.pass();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(told);
+    client.closeSocket(true);
+    connector.join();
+    asker.join();
+    EXPECT_FALSE(status.connected || status.closing);
+}
+
 class WaitingConnect : public LeavesNothing, public testing::WithParamInterface<bool> {};
 
 // The terminal's user ends the program while it waits for a server that does not answer.

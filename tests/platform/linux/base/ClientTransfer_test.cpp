@@ -138,6 +138,30 @@ TEST_F(ClientReceive, FullQueueStopsReadingFromTheSocket) {
     client.closeSocket(true);  // the hook looks at the latch until then
 }
 
+// Packets of 9 bytes: only a length field is read by 4.
+TEST_F(ClientReceive, QueueTakesAHundredPackets) {
+    constexpr int kSent = 300, kBegun = 102;
+    std::atomic<int> begun{0};
+    ReplacedCalls calls;
+    calls.recv = [&begun](int fd, void* buffer, std::size_t count, int flags) {
+        const ssize_t got = __real_recv(fd, buffer, count, flags);
+        if (count == 4 && got == 4) ++begun;
+        return got;
+    };
+    Latch release;
+    client.onPacket = [&](TPacket*&) { release.pass(); };
+    connect();
+    Bytes packets;
+    for (int i = 0; i < kSent; ++i) packets = packets + hex("00000009 0007 0008 55");
+    EXPECT_TRUE(peer.write(packets));
+    EXPECT_TRUE(waitFor([&begun] { return begun >= kBegun; })) << begun;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(begun, kBegun) << "100 in the queue, one handled, one waiting for room";
+    release.open();
+    EXPECT_TRUE(client.hasReceived(kSent));
+    client.closeSocket(true);
+}
+
 class ClientSend : public Connected {};
 
 TEST_F(ClientSend, PacketsGoOutInTheOrderInWhichTheyWereQueued) {
@@ -343,6 +367,24 @@ TEST_F(TransmitBuffer, SenderWaitsForRoomAndReportsNothing) {
     stall.letOut(1);
     sender.join();
     EXPECT_TRUE(queued);
+    EXPECT_EQ(output.text() + errors.text(), "");
+}
+
+TEST_F(TransmitBuffer, PingWaitsForRoomAndReportsNothing) {
+    const CapturedOutput output(STDOUT_FILENO), errors(STDERR_FILENO);
+    fill(100);
+    Latch ticking;
+    std::atomic<bool> done{false};
+    std::thread ping([&] {
+        ticking.open();
+        client.handlePingTick();
+        done = true;
+    });
+    ticking.pass();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(done);
+    stall.letOut(1);
+    ping.join();
     EXPECT_EQ(output.text() + errors.text(), "");
 }
 

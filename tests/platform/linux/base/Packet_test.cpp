@@ -16,6 +16,8 @@ static_assert(!std::is_copy_constructible_v<TPacket> && !std::is_copy_assignable
 static_assert(std::is_same_v<decltype(TPacket().size), std::uint32_t>);
 static_assert(std::is_same_v<decltype(TPacket().command), std::uint16_t>);
 static_assert(std::is_same_v<decltype(TPacket().payloadOffset), std::uint16_t>);
+static_assert(std::is_same_v<decltype(TPacket().getCommand()), std::uint16_t>);
+static_assert(std::is_same_v<decltype(TPacket().getPayloadSize()), std::uint32_t>);
 static_assert(ProprietarySocketCommon::CmdPing == 1 && ProprietarySocketCommon::CmdConnectionInfo == 2);
 
 namespace {
@@ -73,6 +75,14 @@ TEST(Packet, EmptyBeforeARead) {
     EXPECT_EQ(packet.getPayload(), nullptr);
     EXPECT_EQ(packet.getPayloadSize(), 0U) << "0 - 8 does not wrap";
     EXPECT_FALSE(packet.hasPayload(0));
+}
+
+TEST(Packet, FieldsStandInTheirOrder) {
+    const TPacket packet;
+    const auto address = [](const auto& field) { return reinterpret_cast<std::uintptr_t>(&field); };
+    EXPECT_LT(address(packet.data), address(packet.size));
+    EXPECT_LT(address(packet.size), address(packet.command));
+    EXPECT_LT(address(packet.command), address(packet.payloadOffset));
 }
 
 void expectWithoutMemory(TPacket& packet) {

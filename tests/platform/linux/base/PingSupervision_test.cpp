@@ -381,13 +381,71 @@ TEST_F(PingSupervision, WaitingForRoomEndsWithTheLink) {
         TPacket* packet = newPacket(7, large);
         if (!client.sendPacket(packet, true)) break;
     }
+    const std::string ownLoss = errors.text();
+    EXPECT_NE(ownLoss, "");
     PingThread ping(client);
     EXPECT_TRUE(waitFor([this] { return runs(); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     client.closeSocket(true);
     ping.join();
     EXPECT_FALSE(runs());
+    EXPECT_EQ(errors.text(), ownLoss) << "the ping thread reports no loss";
 }
+
+// What the end of the link puts into the queue of the ticks is no tick.
+TEST_F(PingSupervision, EndOfTheLinkCountsNoMissingAnswer) {
+    connectWithInterval(kNever);
+    const CapturedOutput output(STDOUT_FILENO);
+    client.handlePingTick();
+    PingThread ping(client);
+    EXPECT_TRUE(waitFor([this] { return runs(); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    peer.close();
+    ping.join();
+    EXPECT_EQ(client.missingPingCount(), 0);
+    EXPECT_EQ(output.text(), "");
+}
+
+/// What the hook of the disconnect saw each time: the state when it was called, and whether the ping thread ended while
+/// it waited for that.
+struct Told {
+    LinkStatus status;
+    bool pingEnded;
+};
+std::vector<Told> told;  // written by a dispatch thread, read when that was joined
+
+ProprietarySocketClient* noteDisconnect(ProprietarySocketClient* client) {
+    const auto status = [client] {
+        LinkStatus now;
+        client->getLinkStatus(&now, false);
+        return now;
+    };
+    const LinkStatus atCall = status();
+    told.push_back({atCall, waitFor([&status] { return !status().pingRunning; })});
+    return client;
+}
+
+class ToldDisconnect : public PingSupervision, public testing::WithParamInterface<bool> {};
+
+TEST_P(ToldDisconnect, ComesOnceALinkWhenTheLinkIsDownAndThePingThreadWoken) {
+    told.clear();
+    client.onDisconnect = noteDisconnect;
+    for (std::size_t links = 1; links <= 2; ++links) {
+        connectWithInterval(kNever);
+        PingThread ping(client);
+        EXPECT_TRUE(waitFor([this] { return runs() && client.status().dispatchRunning; }));
+        if (GetParam()) {
+            peer.close();
+            EXPECT_TRUE(client.waitForEnd());
+        }
+        client.closeSocket(true);
+        ASSERT_EQ(told.size(), links);
+        EXPECT_FALSE(told.back().status.connected || told.back().status.dispatchRunning);
+        EXPECT_TRUE(told.back().pingEnded);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(PeerEndsIt, ToldDisconnect, testing::Bool());
 
 class ConnectionInfoPacket : public Connected {
 protected:
