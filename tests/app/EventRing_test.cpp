@@ -241,6 +241,15 @@ TEST_F(EventRingTest, DispatchOfNothingPendingReturnsWithoutTheLock) {
     EXPECT_TRUE(UnderTheGlobalLock([&] { EXPECT_EQ(ring.dispatchEvent(), 0U); }).returns()) << "which cleared the flag";
 }
 
+TEST_F(EventRingTest, InitClearsThePendingFlagOfAFullRing) {
+    while (ring.postEvent(0, 5, 6) == 1) {
+    }
+    ring.initEvents();
+    EXPECT_TRUE(UnderTheGlobalLock([&] { EXPECT_EQ(ring.dispatchEvent(), 0U); }).returns())
+        << "a flag that still stands makes it ask for the lock";
+    EXPECT_TRUE(handled.empty());
+}
+
 TEST_F(EventRingTest, WaitingClearsThePendingFlagOfAnEmptyRing) {
     ring.postEvent(0, 5, 6);
     ring.dispatchEvent();
