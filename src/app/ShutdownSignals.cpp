@@ -19,6 +19,28 @@ namespace CANFlasher {
 
 namespace {
 
+/// Keeps a write to a pipe without reader from ending the process: SIGPIPE is ignored for the life of the object. No
+/// longer, for a server that is started would inherit it. For the signal handler: nested in itself it is undone in
+/// order.
+class BrokenPipesIgnored {
+public:
+    BrokenPipesIgnored() {
+        struct sigaction ignore {};
+        ignore.sa_handler = SIG_IGN;
+        sigemptyset(&ignore.sa_mask);
+        changed = sigaction(SIGPIPE, &ignore, &previous) == 0;
+    }
+    ~BrokenPipesIgnored() {
+        if (changed) sigaction(SIGPIPE, &previous, nullptr);
+    }
+    BrokenPipesIgnored(const BrokenPipesIgnored&) = delete;
+    BrokenPipesIgnored& operator=(const BrokenPipesIgnored&) = delete;
+
+private:
+    struct sigaction previous {};
+    bool changed = false;
+};
+
 /// "Dunmallow: handleShutDownSignal( %i )\n" without printf, which the handler may have interrupted.
 void printSignalLine(int signal) {
     constexpr std::string_view kBefore = "Dunmallow: handleShutDownSignal( ";
@@ -28,6 +50,7 @@ void printSignalLine(int signal) {
     char* end = std::copy(kBefore.begin(), kBefore.end(), line.data());
     end = std::to_chars(end, end + kDigits, signal).ptr;
     end = std::copy(kAfter.begin(), kAfter.end(), end);
+    const BrokenPipesIgnored whileWriting;
     threadfunc::writeAll(STDOUT_FILENO, {line.data(), static_cast<std::size_t>(end - line.data())});
 }
 

@@ -11,7 +11,8 @@ namespace CANFlasher {
 [[nodiscard]] bool prepareShutdown();
 
 /// The signal handler: posts EvtShutdown and prints one line on standard output with a single write, so that it may
-/// interrupt anything, printf and malloc included. `errno` is left as it was.
+/// interrupt anything, printf and malloc included. A pipe that nobody reads any more does no harm. `errno` is left as
+/// it was.
 void handleShutDownSignal(int signal);
 
 /// The event handler: on EvtShutdown sets quitRequested of the process's settings; ignores every other event.

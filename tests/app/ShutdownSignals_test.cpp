@@ -192,6 +192,32 @@ TEST_F(ShutdownSignals, TheHandlerKeepsErrno) {
     EXPECT_EQ(eventWaiting(), 1U);
 }
 
+int brokenPipes = 0;
+void countBrokenPipe(int) { ++brokenPipes; }
+
+// A run whose reader had gone was ended by its own signal line.
+TEST_F(ShutdownSignals, AGoneReaderRaisesNoSignalAndTheOldActionComesBack) {
+    struct sigaction counting {};
+    struct sigaction before {};
+    counting.sa_handler = countBrokenPipe;
+    sigaction(SIGPIPE, &counting, &before);
+    brokenPipes = 0;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int saved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[0]);
+    handleShutDownSignal(SIGTERM);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    close(ends[1]);
+    EXPECT_EQ(brokenPipes, 0);
+    struct sigaction after {};
+    sigaction(SIGPIPE, &before, &after);
+    EXPECT_EQ(after.sa_handler, &countBrokenPipe);
+    EXPECT_EQ(eventWaiting(), 1U) << "the event is posted all the same";
+}
+
 TEST_F(ShutdownSignals, TheLineIsOneWrite) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);

@@ -4,6 +4,7 @@ import contextlib
 import os
 import shlex
 import shutil
+import signal
 import subprocess
 import tempfile
 import threading
@@ -173,7 +174,8 @@ def test_a_screen_behind_a_pipe_is_the_same(terminal):
     link.sendall(status(6))
 
 
-def test_a_reader_that_goes_does_not_end_the_upload(rig):
+@pytest.mark.parametrize("ended_by", ["Done", "SIGTERM", "SIGINT"])
+def test_a_reader_that_goes_does_not_end_the_upload(rig, ended_by):
     """The upload is worth more than its picture: the program goes on when nobody reads its output any more."""
     server = rig.scripted_server()
     run = subprocess.Popen(
@@ -187,7 +189,10 @@ def test_a_reader_that_goes_does_not_end_the_upload(rig):
         link.sendall(status(5, progress=progress))
     time.sleep(0.1)
     assert run.poll() is None
-    link.sendall(status(6))
+    if ended_by == "Done":
+        link.sendall(status(6))
+    else:
+        run.send_signal(signal.Signals[ended_by])
     assert run.wait(DEADLINE) == 0
     assert run.stderr.read() == b""
     run.stderr.close()
