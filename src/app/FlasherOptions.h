@@ -1,17 +1,17 @@
 #pragma once
 /// The settings of a run: what the command line said, and whether the run was asked to end.
 
-#include <atomic>
 #include <cstdint>
 
 #include "Hardware/UploadTypes.h"
 
 namespace CANFlasher {
 
-/// The settings record with its defaults. The texts are borrowed from argv and must outlive the record.
+/// The settings record with its defaults. The texts are borrowed from argv and must outlive the record and its copies.
 struct FlasherOptions {
-    /// Written by the shutdown event and by the main flow's error exit, read by the main flow's wait loop.
-    std::atomic<bool> quitRequested{false};
+    /// Set by the shutdown event, which dispatchEvent handles in the wait loop, and by the main flow's error exit; read
+    /// by that loop. The main thread's alone: a signal handler does not touch it.
+    bool quitRequested = false;
     const char* hexFile = nullptr;    ///< as typed; null: nothing to upload
     TMode mode = ISOStyle;            ///< upload mode
     std::uint32_t serialNumber = 0;   ///< serial number of the device

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "AgApp/SuiteVersions.h"
@@ -29,6 +30,22 @@ TEST(OptionParser, WithoutOptionsLeavesTheDefaults) {
     EXPECT_EQ(parsed.options.port, 41265);
     EXPECT_STREQ(parsed.options.hostName, "localhost");
     EXPECT_EQ(parsed.out.str() + parsed.err.str(), "");
+}
+
+TEST(OptionParser, TheRecordCanBeCopiedAndReset) {
+    FlasherOptions options;
+    options.quitRequested = true;
+    options.hexFile = "a.hex";
+    options.port = 5000;
+    const FlasherOptions copy = options;
+    options = FlasherOptions{};
+    EXPECT_TRUE(copy.quitRequested);
+    EXPECT_STREQ(copy.hexFile, "a.hex");
+    EXPECT_EQ(copy.port, 5000);
+    EXPECT_FALSE(options.quitRequested);
+    EXPECT_EQ(options.hexFile, nullptr);
+    EXPECT_EQ(options.port, 41265);
+    static_assert(std::is_same_v<decltype(options.quitRequested), bool>);
 }
 
 TEST(OptionParser, FillsEveryField) {
