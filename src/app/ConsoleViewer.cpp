@@ -25,8 +25,10 @@ consoleViewer::consoleViewer(bool followUpload, int port, const char* host)
 // Here and not only in the base: a status painted meanwhile must not find this part gone.
 consoleViewer::~consoleViewer() { shutDown(); }
 
+void consoleViewer::drawStatus(const TStatus& status) { CANFlasher::drawStatus(std::cout, status, firstDraw); }
+
 void consoleViewer::statusChanged(const TStatus& status) {
-    drawStatus(std::cout, status, firstDraw);
+    drawStatus(status);
     if (exitAfterFirstDraw == 1) finish();
     if (status.state == Locked) finish();
     if (firstDraw) return;  // never: painting has just cleared it

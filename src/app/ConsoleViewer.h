@@ -17,12 +17,15 @@ public:
     consoleViewer(bool followUpload, int port, const char* host);
     ~consoleViewer() override;
 
-protected:
+    /// Paints `status`; does not return when it ends the run. Called on the dispatch thread, at each change of the
+    /// status. One thread at a time.
     void statusChanged(const TStatus& status) override;
+    /// Paints the block on standard output, over the one painted before, and clears `firstDraw`. One thread at a time.
+    void drawStatus(const TStatus& status);
 
-private:
-    std::int32_t exitAfterFirstDraw;
-    bool firstDraw = true;  // nothing has been painted yet
+protected:
+    std::int32_t exitAfterFirstDraw;  ///< 1: the first painted status ends the process; 0: only one that is final
+    bool firstDraw = true;            ///< nothing has been painted yet
 };
 
 }  // namespace CANFlasher

@@ -2,13 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <streambuf>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
+#include "tests/Hardware/HandServer.h"
 #include "tests/app/ForkedRun.h"
 
 using namespace CANFlasher;
+using namespace std::chrono_literals;
+using testsupport::bytes;
 using testsupport::ForkedRun;
+using testsupport::HandConnection;
+using testsupport::HandServer;
 
 namespace {
 
@@ -17,7 +28,8 @@ constexpr int kGoesOn = 42;  // status of a process whose viewer did not end it
 class Viewer : public consoleViewer {
 public:
     explicit Viewer(bool followUpload) : consoleViewer(followUpload, 41265, "localhost") {}
-    using consoleViewer::statusChanged;
+    using consoleViewer::exitAfterFirstDraw;
+    using consoleViewer::firstDraw;
 };
 
 /// A process that shows `statuses` and then ends with kGoesOn.
@@ -108,6 +120,74 @@ TEST(ConsoleViewer, PaintsNothingByItself) {
     });
     EXPECT_EQ(process.wait(), kGoesOn);
     EXPECT_EQ(process.standardOutput(), "");
+}
+
+TEST(ConsoleViewer, TheFieldsSayWhatWasAskedForAndWhetherABlockStands) {
+    for (const bool followUpload : {true, false}) {
+        ForkedRun process([followUpload] {
+            Viewer viewer(followUpload);
+            if (viewer.exitAfterFirstDraw != (followUpload ? 0 : 1)) return 1;
+            if (!viewer.firstDraw) return 2;
+            viewer.drawStatus({MTCAN, Programming, 42, 0x2A, 12345});
+            return viewer.firstDraw ? 3 : kGoesOn;
+        });
+        EXPECT_EQ(process.wait(), kGoesOn) << followUpload;
+    }
+}
+
+TEST(ConsoleViewer, PaintingAloneEndsNothingAndTheNextBlockCoversTheOneBefore) {
+    ForkedRun process([] {
+        consoleViewer viewer(false, 41265, "localhost");
+        viewer.drawStatus({MTCAN, Done, 100, 0x2A, 12345});
+        viewer.drawStatus({MTCAN, Locked, 100, 0x2A, 12345});
+        return kGoesOn;
+    });
+    EXPECT_EQ(process.wait(), kGoesOn);
+    const std::string before = "\x1b[6AUpload state:\x1b[0K\n    mode     MT CAN\x1b[0K\n    state    ";
+    const std::string after = "\x1b[0K\n    progress 100%\x1b[0K\n    adr      2a\x1b[0K\n    serial   12345\x1b[0K\n";
+    EXPECT_EQ(process.standardOutput(), "\n\n\n\n\n\n\n" + before + "Done" + after + before + "Locked" + after);
+}
+
+/// Takes the place of the terminal: holds up the first paint until its viewer is being destroyed, and then looks for a
+/// while whether the viewer stays one.
+class HeldPaint : public std::streambuf {
+public:
+    explicit HeldPaint(const CANFlasherClient& painted) : client(painted) {}
+
+    std::atomic<bool> begun{false};
+    std::atomic<bool> destroying{false};
+    std::atomic<bool> stayedWhole{false};
+
+protected:
+    int sync() override {
+        if (begun.exchange(true)) return 0;
+        stayedWhole = testsupport::waitFor([this] { return destroying.load(); }) &&
+                      !testsupport::waitFor([this] { return typeid(client) != typeid(consoleViewer); }, 200ms);
+        return 0;
+    }
+    int_type overflow(int_type letter) override { return letter; }
+
+private:
+    const CANFlasherClient& client;
+};
+
+// The base waits for the dispatch thread as well, but by then nothing of the viewer is left.
+TEST(ConsoleViewer, IsNotTakenApartWhileItPaints) {
+    HandServer server;
+    ForkedRun process([&server] {
+        auto viewer = std::make_unique<consoleViewer>(true, server.port(), "127.0.0.1");
+        HeldPaint paint(*viewer);
+        std::streambuf* const terminal = std::cout.rdbuf(&paint);
+        if (!viewer->connectToServer()) return 1;
+        if (!testsupport::waitFor([&paint] { return paint.begun.load(); })) return 2;
+        paint.destroying = true;
+        viewer.reset();
+        std::cout.rdbuf(terminal);
+        return paint.stayedWhole ? kGoesOn : 3;
+    });
+    HandConnection connection = server.accept();
+    EXPECT_TRUE(connection.write(bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 1, 5, 42, 0x2A, 0x39, 0x30, 0, 0})));
+    EXPECT_EQ(process.wait(), kGoesOn);
 }
 
 TEST(ConsoleViewer, AFinalStateIsTheLastThatIsPainted) {
