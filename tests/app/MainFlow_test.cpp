@@ -17,6 +17,7 @@
 
 #include "AgApp/Directories.h"
 #include "AgApp/SuiteVersions.h"
+#include "app/Usage.h"
 #include "tests/Hardware/HandServer.h"
 #include "tests/app/ForkedRun.h"
 #include "tests/support/TempFolder.h"
@@ -318,6 +319,43 @@ TEST_F(MainFlow, WithoutAHexFileTheSignalHandlersAreStillTried) {
     EXPECT_EQ(program.wait(), 1);
     EXPECT_EQ(program.standardError(), "setting up termination signal: Invalid argument\n");
 }
+
+/// What the program prints when it is asked how it is used.
+std::string usage() {
+    std::ostringstream text;
+    printUsage(text, "dunmallow", FlasherOptions{});
+    return text.str();
+}
+
+struct BeforeHandlersRow {
+    const char* why;
+    std::vector<std::string> arguments;
+    int status;
+    std::string output;
+    std::string errors;
+};
+class MainFlowBeforeHandlers : public MainFlow, public testing::WithParamInterface<BeforeHandlersRow> {};
+
+TEST_P(MainFlowBeforeHandlers, TheCommandLineIsReadAndMayEndTheRun) {
+    refusedSignal = SIGINT;
+    Program program(GetParam().arguments);
+    EXPECT_EQ(program.wait(), GetParam().status);
+    EXPECT_EQ(program.standardOutput(), GetParam().output);
+    EXPECT_EQ(program.standardError(), GetParam().errors);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, MainFlowBeforeHandlers,
+    testing::Values(BeforeHandlersRow{"help", {"-h"}, 0, "", usage()},
+                    BeforeHandlersRow{"unknownOption", {"-x"}, 1, "", usage()},
+                    BeforeHandlersRow{
+                        "port", {"-p", "80"}, 1, "", "Invalid port number: 80\nValid range        : [2000..65535]80\n"},
+                    BeforeHandlersRow{"version",
+                                      {"-v"},
+                                      1,
+                                      AgApp::getVersionLabel() + "\n",
+                                      "setting up termination signal: Invalid argument\n"}),
+    [](const auto& row) { return std::string(row.param.why); });
 
 TEST_F(MainFlow, VersionAloneIsPrintedAndThatIsAll) {
     Program program({"-v"});

@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include <sstream>
 #include <streambuf>
 #include <string>
+
+#include "app/OptionParser.h"
 
 using namespace CANFlasher;
 
@@ -99,6 +103,16 @@ TEST(Usage, FlushesEachOfItsTwentyLines) {
     std::ostream out(&counter);
     printUsage(out, "d", FlasherOptions{});
     EXPECT_EQ(counter.flushes, 20);
+}
+
+TEST(OptionParserVersion, IsFlushedOnceEachTime) {
+    FlushCounter counter;
+    std::ostream out(&counter);
+    std::string arguments[] = {"dunmallow", "-v", "-v"};
+    std::array<char*, 4> argv{arguments[0].data(), arguments[1].data(), arguments[2].data(), nullptr};
+    FlasherOptions options;
+    EXPECT_EQ(parseOptions(3, argv.data(), options, out, out), std::nullopt);
+    EXPECT_EQ(counter.flushes, 2);
 }
 
 }  // namespace
