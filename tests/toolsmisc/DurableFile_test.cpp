@@ -8,18 +8,22 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "gmock/gmock.h"
+#include "tests/support/CapturedOutput.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempFolder.h"
 #include "tests/toolsmisc/ChildProcess.h"
 #include "tests/toolsmisc/Intercept.h"
 #include "tests/toolsmisc/RowName.h"
+#include "toolsmisc/FileInfo.h"
 
 namespace {
 
@@ -97,6 +101,11 @@ TEST(NormalizePathHome, IsNotAskedForWithoutATilde) {
 TEST(NormalizePathHome, UnknownKeepsTheTilde) {
     const intercept::UserDatabase users(std::nullopt);
     EXPECT_EQ(tm::normalizePath("~\\a"), "~/a");
+}
+
+TEST(NormalizePathHome, GetsSlashesForItsBackslashesToo) {
+    const intercept::UserDatabase users("/home\\op");
+    EXPECT_EQ(tm::normalizePath("~\\a"), "/home/op/a");
 }
 
 TEST(NormalizePathHome, MayNeedALargeBuffer) {
@@ -830,6 +839,85 @@ TEST(GetCurrentDirectory, HasAtMost4095Characters) {
     });
     if (!text) GTEST_SKIP() << kNotConfined;
     EXPECT_EQ(*text, "4095 0");
+}
+
+/// Calls every operation on paths so that it fails, and names those that did not. `none` can be neither found nor
+/// created.
+std::vector<std::string> pathsThatDidNotFail(const std::string& file, const std::string& none) {
+    std::vector<std::string> others;
+    const auto fails = [&](const char* operation, bool byString, bool byText) {
+        if (!byString || !byText) others.emplace_back(operation);
+    };
+    const char* const text = none.c_str();
+    tm::FileInfo info;
+    fails("createFile", tm::createFile(none) == -1, tm::createFile(text) == -1);
+    fails("openForRead", tm::openForRead(none) == -1, tm::openForRead(text) == -1);
+    fails("openForWrite", tm::openForWrite(none) == -1, tm::openForWrite(text) == -1);
+    fails("moveFile", tm::moveFile(none, file) == -1, tm::moveFile(text, file.c_str()) == -1);
+    fails("deleteFile", tm::deleteFile(none) == -1, tm::deleteFile(text) == -1);
+    fails("copyFile from", !tm::copyFile(none, file), !tm::copyFile(text, file.c_str()));
+    fails("copyFile to", !tm::copyFile(file, none), !tm::copyFile(file.c_str(), text));
+    fails("setReadOnly", !tm::setReadOnly(none), !tm::setReadOnly(text));
+    fails("setWritable", !tm::setWritable(none), !tm::setWritable(text));
+    fails("findFirst", !tm::findFirst(info, none), !tm::findFirst(info, text));
+    fails("changeDirectory", tm::changeDirectory(none) == -1, tm::changeDirectory(text) == -1);
+    return others;
+}
+
+/// As `pathsThatDidNotFail`, for the operations that take no path.
+std::vector<std::string> othersThatDidNotFail() {
+    std::vector<std::string> others;
+    const auto fails = [&](const char* operation, bool failed) {
+        if (!failed) others.emplace_back(operation);
+    };
+    const intercept::UserDatabase users(std::nullopt);
+    const intercept::FileSystemFigures root(std::nullopt);
+    std::array<char, 1> byte{};
+    tm::FileInfo info;
+    fails("normalizePath", tm::normalizePath("~") == "~");
+    fails("closeFile", tm::closeFile(-1) == -1);
+    fails("flushFile", tm::flushFile(-1) == -1);
+    fails("truncateFile", tm::truncateFile(-1, 0) == -1);
+    fails("getOpenFileSize", tm::getOpenFileSize(-1) == -1);
+    fails("readFile", tm::readFile(-1, byte.data(), 1) == -1);
+    fails("writeFile", tm::writeFile(-1, byte.data(), 1) == -1);
+    fails("seekFile", tm::seekFile(-1, 0, SEEK_SET) == -1);
+    fails("readAt", tm::readAt(-1, 0, byte.data(), 1) == -1);
+    fails("writeLine", !tm::writeLine(-1, "a") && !tm::writeLine(-1, std::string("a")));
+    fails("getDiskSpace", !tm::getDiskSpace('c', nullptr, nullptr) && !tm::getDiskSpace('d', nullptr, nullptr));
+    fails("findNext", !tm::findNext(info));
+    return others;
+}
+
+/// What `getCurrentDirectory` gives where the current directory is gone.
+std::string placeThatIsGone(const std::string& folder) {
+    return testsupport::inChild([&] {
+        const bool left = chdir(folder.c_str()) == 0 && rmdir(folder.c_str()) == 0;
+        const std::string place = tm::getCurrentDirectory();
+        static_cast<void>(std::fflush(nullptr));
+        return left ? place : "not left";
+    });
+}
+
+// A tool's screen is its own: whoever wants to tell the user asks `errno`.
+TEST(DurableFile, PrintsNothingWhenItFails) {
+    const TempFolder folder;
+    const std::string file = folder.write("file", "x");
+    fs::create_directory(folder / "gone");
+    std::vector<std::string> succeeded;
+    std::string place;
+    std::string printed;
+    {
+        const testsupport::CapturedOutput standard(STDOUT_FILENO);
+        const testsupport::CapturedOutput error(STDERR_FILENO);
+        succeeded = pathsThatDidNotFail(file, file + "/none");
+        for (std::string& operation : othersThatDidNotFail()) succeeded.push_back(std::move(operation));
+        place = placeThatIsGone(folder / "gone");
+        printed = standard.text() + error.text();
+    }
+    EXPECT_THAT(succeeded, IsEmpty());
+    EXPECT_EQ(place, "");
+    EXPECT_EQ(printed, "");
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include "gmock/gmock.h"
 #include "tests/support/TempFolder.h"
+#include "tests/toolsmisc/ChildProcess.h"
 #include "tests/toolsmisc/RowName.h"
 #include "toolsmisc/FileSystem.h"
 
@@ -270,6 +271,22 @@ TEST(FindFirst, PassesOverLinksToNothing) {
     folder.write("zfile", "");
     ASSERT_EQ(symlink("nothing", (folder / "b").c_str()), 0);
     EXPECT_THAT(namesOf(folder / "*"), UnorderedElementsAre("afile", "zfile"));
+}
+
+TEST(FindFirst, PassesOverDirectoriesThatCannotBeRead) {
+    const TempFolder folder;
+    folder.write("good/file", "");
+    folder.write("unreadable/file", "");
+    const auto text = testsupport::inConfinedChild(folder.path(), []() -> std::string {
+        chmod("/unreadable", 0300);
+        if (!testsupport::loseRootsRights()) return "rights kept";
+        std::string found;
+        for (const std::string& name : namesOf("*/f*")) found += name + ";";
+        chmod("/unreadable", 0700);
+        return found;
+    });
+    if (!text) GTEST_SKIP() << testsupport::kNotConfined;
+    EXPECT_EQ(*text, "file;");
 }
 
 TEST(FindNext, PassesOverWhatIsGoneMeanwhile) {
