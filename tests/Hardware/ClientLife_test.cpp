@@ -232,6 +232,29 @@ TEST(ClientLife, APeerThatDoesNotReadDoesNotHoldUpDestruction) {
     mustReturn("destruction with a peer that does not read", [&] { client.reset(); });
 }
 
+TEST(ClientLife, APollWaitsForRoomInAFullTransmitBuffer) {
+    constexpr int kPackets = 101;  // one that is being sent and a buffer full
+    const testsupport::CapturedOutput standardError(STDERR_FILENO);
+    HandServer server;
+    Gate gate;
+    testsupport::RecordedCalls calls;
+    calls.onCall = [&] { gate.pass(); };
+    RecordingClient client(server.port());
+    client.pollTimer.setInterval(60'000);
+    EXPECT_TRUE(client.connectToServer());
+    HandConnection connection = server.accept();
+    for (int i = 0; i < kPackets; ++i) EXPECT_EQ(client.sendCommandByte(i), 1U);  // the last waits for the first to go
+    const int before = client.connectCalls;
+    EXPECT_TRUE(client.updateQueue.tryPut(UpdPoll));
+    EXPECT_TRUE(waitFor([&] { return client.connectCalls > before; }));
+    std::this_thread::sleep_for(20ms);  // the worker waits in sendPacket now
+    gate.open();
+    for (int i = 0; i < kPackets; ++i) EXPECT_EQ(connection.readPacket(), bytes({0, 0, 0, 9, 0x03, 0xEB, 0, 8, i}));
+    EXPECT_EQ(connection.readPacket(), bytes({0, 0, 0, 8, 0x03, 0xE9, 0, 8}));
+    EXPECT_EQ(standardError.text(), "");
+    client.shutDown();
+}
+
 TEST(ClientLife, ShutDownMayBeCalledAgain) {
     HandServer server;
     RecordingClient client(server.port());

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/Hardware/HandServer.h"
 #include "tests/Hardware/RecordingClient.h"
@@ -328,6 +329,49 @@ TEST_F(Upload, ADirectoryReplacesARequestThatHasNotGoneOut) {
     worker.letGo();
     EXPECT_TRUE(connection.isSilentFor(150ms));
     client.shutDown();
+}
+
+struct RefusedRow {
+    const char* why;
+    const char* file;
+    std::int32_t address;
+    std::uint32_t result;
+};
+class UploadRefused : public Upload, public testing::WithParamInterface<RefusedRow> {};
+
+TEST_P(UploadRefused, LeavesARequestThatHasNotGoneOutAsItIs) {
+    const std::string otherFile = folder.write("b.hex", "");
+    client.suppressPolling = true;
+    HeldWorker worker(client, 3);  // the upload, the first step, the second
+    EXPECT_EQ(request(hexFile, 1), kUploadRequested);
+    HandConnection connection = server.accept();
+    EXPECT_TRUE(worker.hasArrived());
+    EXPECT_EQ(client.upload(Global, GetParam().address, 7, folder / GetParam().file), GetParam().result);
+    worker.letGo();
+    EXPECT_EQ(connection.readPacket(), kStatusReset);
+    EXPECT_EQ(connection.readPacket(), uploadPacket(2, 1, hexFile));
+    EXPECT_EQ(client.connectCalls, 4) << "it went out with the step that was held, after its reset";
+    client.shutDown();
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, UploadRefused,
+                         testing::Values(RefusedRow{"missingFile", "missing.hex", 2, 1},
+                                         RefusedRow{"invalidAddress", "b.hex", 254, 2}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
+TEST_F(Upload, AStatusRequestThatCannotConnectIsNoFailureAndBothTimersRun) {
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdQuit));  // nobody takes what the timers put
+    ASSERT_TRUE(waitFor([&] { return client.updateQueue.size() == 0; }));
+    client.stepTimer.setInterval(1);
+    client.pollTimer.setInterval(1);
+    int calls = 0;
+    client.onConnect = [&] { return ++calls != 2; };
+    EXPECT_EQ(request(hexFile), kUploadRequested);
+    EXPECT_EQ(calls, 2);
+    EXPECT_TRUE(waitFor([&] { return client.updateQueue.size() == 2; }));
+    std::vector<TUpdCmd> commands(2);
+    for (TUpdCmd& command : commands) EXPECT_TRUE(client.updateQueue.tryGet(command));
+    EXPECT_THAT(commands, testing::UnorderedElementsAre(UpdStep, UpdPoll));
 }
 
 TEST_F(Upload, UnknownCommandsOfTheWorkerAreIgnored) {
