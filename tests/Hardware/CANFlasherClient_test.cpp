@@ -92,13 +92,25 @@ TEST(CANFlasherClientWorker, IsStartedByTheConstructorWithItsOrigin) {
         << output.text();
 }
 
+TEST(CANFlasherClientWorker, IsAskedForWithItsPriorityAndTheDefaultStack) {
+    const RecordingClient startsTheTimerThread(2000);
+    std::vector<testsupport::ThreadRequest> threads;
+    testsupport::RecordedCalls calls;
+    calls.mayCreate = [&](const testsupport::ThreadRequest& thread) {
+        threads.push_back(thread);
+        return true;
+    };
+    const RecordingClient client(2000);
+    EXPECT_EQ(threads, (std::vector<testsupport::ThreadRequest>{{30, 0, "Hardware/CANFlasherClient", 62}}));
+}
+
 TEST(CANFlasherClientWorker, ThatCannotBeStartedIsNotWaitedFor) {
     const testsupport::CapturedOutput standardError(STDERR_FILENO);
     HandServer server;
     HandConnection connection;
     {
         testsupport::RecordedCalls calls;
-        calls.mayCreate = [](int originLine) { return originLine != 62; };
+        calls.mayCreate = [](const testsupport::ThreadRequest& thread) { return thread.originLine != 62; };
         RecordingClient client(server.port());
         EXPECT_EQ(client.upload(ISOStyle, 1, 1, "/proc/self/exe"), kUploadRequested);
         connection = server.accept();

@@ -50,7 +50,12 @@ int __wrap_system(const char* command) {
 
 void __wrap_sync() {
     record("sync");
-    if (recorder == nullptr) __real_sync();
+    const testsupport::RecordedCalls* const calls = recorder;
+    if (calls == nullptr) {
+        __real_sync();
+    } else if (calls->onSync) {
+        calls->onSync();
+    }
 }
 
 // Also seen by the linker in the socket layer, on the worker's small stack.
@@ -61,7 +66,8 @@ pthread_t __wrap__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(int priority, thr
                                                                void* argument, unsigned stackSize,
                                                                const char* originFile, int originLine) {
     const testsupport::RecordedCalls* const calls = recorder;
-    if (calls != nullptr && calls->mayCreate && !calls->mayCreate(originLine)) return 0;
+    if (calls != nullptr && calls->mayCreate && !calls->mayCreate({priority, stackSize, originFile, originLine}))
+        return 0;
     return __real__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(priority, function, argument, stackSize, originFile,
                                                                 originLine);
 }

@@ -9,6 +9,16 @@
 
 namespace testsupport {
 
+/// One call of `ThreadCreate`.
+struct ThreadRequest {
+    int priority;
+    unsigned stackSize;
+    std::string originFile;
+    int originLine;
+
+    bool operator==(const ThreadRequest&) const = default;
+};
+
 /// Records system, sync and connect, and notices recv and send, while it lives. One object at a time.
 class RecordedCalls {
 public:
@@ -19,11 +29,13 @@ public:
 
     /// Answers the calls of system; unset: the real one does. sync never goes to the disks while the object lives.
     std::function<int(const char* command)> onSystem;
+    /// Runs in each call of sync.
+    std::function<void()> onSync;
     /// Runs in front of each connect, recv and send of any thread but the one that made the object. Set while no other
     /// thread calls; whoever calls ends before the object.
     std::function<void()> onCall;
-    /// Asked for each thread that is to be started at this line of its origin; false lets it not start.
-    std::function<bool(int originLine)> mayCreate;
+    /// Asked for each thread that is to be started; false lets it not start.
+    std::function<bool(const ThreadRequest&)> mayCreate;
 
     /// Asked by whoever looks for a unit of a semaphore without waiting; false lets it find none. Set while no other
     /// thread calls.

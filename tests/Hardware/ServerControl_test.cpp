@@ -140,6 +140,13 @@ TEST_P(ServerControlFailure, IsReportedByControl) {
     EXPECT_EQ(calls.count("sync"), 1);
 }
 
+TEST_P(ServerControlFailure, IsComplainedOfBeforeTheDisksAreFlushed) {
+    std::string complaint;
+    calls.onSync = [&] { complaint = standardError.text(); };
+    EXPECT_EQ(client.controlServer(true, 0), 0U);
+    EXPECT_EQ(complaint, GetParam().text);
+}
+
 INSTANTIATE_TEST_SUITE_P(Rows, ServerControlFailure,
                          testing::Values(FailureRow{"exitStatus", 256, 0, "system(): Success\n"},
                                          FailureRow{"killed", 9, 0, "system(): Success\n"},
