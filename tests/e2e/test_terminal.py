@@ -129,7 +129,6 @@ def test_a_message_of_the_program_scrolls_the_block_away_from_nothing(terminal):
     link.sendall(packet(1) + status(5, progress=2, serial=1))
     lines[3] = "    progress 2%"
     screen.expect([*above, "Upload state:", *lines], (0, 11), 24)
-    link.sendall(status(6))
 
 
 def test_ctrl_c_ends_the_run_and_leaves_the_block(terminal):
@@ -171,7 +170,6 @@ def test_a_screen_behind_a_pipe_is_the_same(terminal):
     for report, lines in PAINTS:
         link.sendall(report)
         screen.expect(["line 1", "line 2", "line 3", "", *lines], (0, 10), 24)
-    link.sendall(status(6))
 
 
 @pytest.mark.parametrize("ended_by", ["Done", "SIGTERM", "SIGINT"])
