@@ -78,12 +78,12 @@ void CANFlasherClient::dropConnection() {
 }
 
 /// Dispatch thread: has the worker drop the connection. Never waits: the worker joins this thread when it closes, and a
-/// queue full of timer ticks must not hold both for ever. One disconnect in the queue is as good as ten. When there is
-/// no room for it, it is overdue and follows the command that the worker handles next; the value that says nothing
-/// wakes a worker that has emptied the queue in between.
+/// queue full of timer ticks must not hold both for ever. One disconnect in the queue is as good as ten; in an empty
+/// queue there is none, whoever took it. When there is no room for it, it is overdue and follows the command that the
+/// worker handles next; the value that says nothing wakes a worker that has emptied the queue in between.
 void CANFlasherClient::requestDisconnect() {
     auto asked = Disconnect::none;
-    if (!disconnect.compare_exchange_strong(asked, Disconnect::queued)) return;
+    if (!disconnect.compare_exchange_strong(asked, Disconnect::queued) && updateQueue.size() > 0) return;
     if (updateQueue.tryPut(UpdDisconnect)) return;
     disconnect = Disconnect::overdue;
     static_cast<void>(updateQueue.tryPut(kNothingToDo));

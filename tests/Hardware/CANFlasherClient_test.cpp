@@ -37,6 +37,15 @@ Bytes statusPacket(int state, int progress) {
     return bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 0, state, progress, 0x2A, 1, 0, 0, 0});
 }
 
+/// Hands a CmdStatus of `state`, all else 0, to the client.
+void report(CANFlasherClient& client, int state) {
+    ProprietarySocketCommon::TPacket packet(8, CmdStatus);
+    std::fill_n(packet.getPayload(), 8, static_cast<unsigned char>(0));
+    packet.getPayload()[1] = static_cast<unsigned char>(state);
+    ProprietarySocketCommon::TPacket* pointer = &packet;
+    client.handleRxPacket(pointer);
+}
+
 std::string statusHook(int state, int progress) {
     return "status 0 " + std::to_string(state) + " " + std::to_string(progress) + " 42 1";
 }
@@ -302,6 +311,20 @@ TEST_F(CANFlasherClientTest, TheEndMarkEndsTheWorkerAndTheConnectionForGood) {
     ASSERT_TRUE(client.updateQueue.tryPut(UpdPoll));
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(client.connectCalls, connects) << "nobody takes commands any more";
+}
+
+TEST_F(CANFlasherClientTest, EachEndOfTheBusyRangeAsksForADisconnectWhoeverTookTheLast) {
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdQuit));  // from here on nobody but the test takes commands
+    ASSERT_TRUE(waitFor([&] { return client.updateQueue.size() == 0; }));
+    for (const int state : {6, 0, 1, 100, 105}) {
+        report(client, 5);
+        EXPECT_EQ(client.updateQueue.size(), 0);
+        report(client, state);
+        TUpdCmd command{};
+        EXPECT_TRUE(client.updateQueue.tryGet(command)) << state;
+        EXPECT_EQ(command, UpdDisconnect) << state;
+        EXPECT_EQ(client.updateQueue.size(), 0);
+    }
 }
 
 class CANFlasherClientEnd : public CANFlasherClientTest, public testing::WithParamInterface<int> {};
