@@ -37,6 +37,16 @@ public:
     using TState = CANFlasher::TState;    ///< where the upload stands
     using TStatus = CANFlasher::TStatus;  ///< the server's view of the upload
 
+    // Their values, and the command ids, under the name of the class too.
+    using enum CANFlasher::TUpdCmd;
+    using enum CANFlasher::TMode;
+    using enum CANFlasher::TState;
+    static constexpr std::uint16_t CmdStatus = CANFlasher::CmdStatus;
+    static constexpr std::uint16_t CmdStatusRequest = CANFlasher::CmdStatusRequest;
+    static constexpr std::uint16_t CmdStatusReset = CANFlasher::CmdStatusReset;
+    static constexpr std::uint16_t CmdByte = CANFlasher::CmdByte;
+    static constexpr std::uint16_t CmdUpload = CANFlasher::CmdUpload;
+
     /// A client of the server at `host` (null: "127.0.0.1") and TCP port `port`. Starts the worker thread, connects
     /// nothing.
     CANFlasherClient(int port, const char* host);
@@ -76,28 +86,31 @@ public:
     /// too short is dropped. Leaves `packet` to the caller.
     void handleRxPacket(TPacket*& packet) override;
 
+    /// Hook: called with each status that differs from the one before, after `busyChanged`. On the dispatch thread, one
+    /// at a time (but see `sendStatusReset`). Must not close the connection or destroy the client. Does nothing here.
+    virtual void statusChanged(const TStatus& status);
+
+    /// Hook: called when the status enters or leaves the busy range, as `statusChanged` is. Does nothing here.
+    virtual void busyChanged(bool busyNow);
+
     /// Path of the server's program, fixed at construction.
     const std::string& serverPath() const { return serverProgram; }
 
     /// The status as last received. Any thread.
     TStatus currentStatus() const;
 
-    /// Whether the last status received was a busy one. Any thread.
+    /// The same as `busy`, in step with `currentStatus`. Any thread.
     bool isBusy() const;
 
+    /// Whether the last status received was a busy one, for whoever looks without waiting. Written by the client alone,
+    /// together with the status and before the hooks are called.
+    std::atomic<bool> busy{false};
     /// Set by whoever owns the client: no status requests are sent, and a poll that comes due is the last one.
     std::atomic<bool> suppressPolling{false};
     /// Set by whoever owns the client: the connection stays when the server's work ends.
     std::atomic<bool> keepConnection{false};
 
 protected:
-    /// Hook: called with each status that differs from the one before, after `busyChanged`. On the dispatch thread, one
-    /// at a time (but see `sendStatusReset`). Must not close the connection or destroy the client.
-    virtual void statusChanged(const TStatus& status);
-
-    /// Hook: called when the status enters or leaves the busy range, as `statusChanged` is.
-    virtual void busyChanged(bool busyNow);
-
     /// Ends the worker, the connection and both timers for good, and waits for that. When it returns no hook runs or
     /// will. May be called again; not from a hook.
     void shutDown();
@@ -126,8 +139,7 @@ private:
     UploadRequest currentRequest() const;
 
     mutable threadfunc::mutex statusMutex;
-    TStatus lastStatus GUARDED_BY(statusMutex);
-    bool busy GUARDED_BY(statusMutex) = false;
+    TStatus lastStatus GUARDED_BY(statusMutex);  // `busy` is written under it too
 
     mutable threadfunc::mutex requestMutex;
     UploadRequest request GUARDED_BY(requestMutex);

@@ -106,7 +106,7 @@ void CANFlasherClient::applyStatus(const TStatus& received) {
     {
         const threadfunc::MutexLock lock(statusMutex);
         changed = std::exchange(lastStatus, received) != received;
-        busyDiffers = std::exchange(busy, nowBusy) != nowBusy;
+        busyDiffers = busy.exchange(nowBusy) != nowBusy;
     }
     if (busyDiffers) {
         busyChanged(nowBusy);

@@ -71,6 +71,7 @@ protected:
 TEST_F(CANFlasherClientTest, StartsWithTheDefaultStatusAndNoConnection) {
     EXPECT_EQ(client.currentStatus(), TStatus{});
     EXPECT_FALSE(client.isBusy());
+    EXPECT_FALSE(client.busy);
     EXPECT_FALSE(client.suppressPolling);
     EXPECT_FALSE(client.keepConnection);
     EXPECT_EQ(client.updateQueue.capacity, 100U);
@@ -258,13 +259,36 @@ TEST_F(CANFlasherClientTest, TheStatusIsStoredBeforeTheHooksAreCalled) {
     client.onHook = [&] {
         seen.push_back(client.currentStatus());
         busy.push_back(client.isBusy());
+        busy.push_back(client.busy);
     };
     HandConnection connection = connect();
     connection.write(statusPacket(5, 7));
     hooksAfter(2);
     client.shutDown();
     EXPECT_THAT(seen, ElementsAre(TStatus{0, 5, 7, 42, 1}, TStatus{0, 5, 7, 42, 1}));
-    EXPECT_THAT(busy, ElementsAre(true, true));
+    EXPECT_THAT(busy, ElementsAre(true, true, true, true));
+}
+
+TEST_F(CANFlasherClientTest, TheBusyFlagFollowsTheReports) {
+    client.keepConnection = true;
+    for (const int state : {2, 3, 5, 6, 4, 100, 1}) {
+        report(client, state);
+        EXPECT_EQ(client.busy, state >= 2 && state <= 5) << state;
+        EXPECT_EQ(client.isBusy(), client.busy) << state;
+    }
+}
+
+TEST(CANFlasherClientHooks, OfTheClientItselfDoNothing) {
+    const testsupport::CapturedOutput output(STDOUT_FILENO), errors(STDERR_FILENO);
+    CANFlasherClient client(2000, "127.0.0.1");
+    client.keepConnection = true;
+    for (const int state : {5, 6, 2, 100}) report(client, state);
+    client.busyChanged(true);
+    client.statusChanged(TStatus{});
+    EXPECT_EQ(client.currentStatus(), (TStatus{0, 100, 0, 0, 0}));
+    EXPECT_FALSE(client.busy);
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(CANFlasherClientTest, AFirstReportThatIsNotBusyKeepsTheConnection) {

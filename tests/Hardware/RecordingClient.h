@@ -38,7 +38,6 @@ public:
     using CANFlasherClient::stepTimer;
     using CANFlasherClient::updateQueue;
 
-protected:
     void busyChanged(bool busyNow) override { record("busy " + std::to_string(busyNow ? 1 : 0)); }
     void statusChanged(const TStatus& status) override {
         record("status " + std::to_string(status.mode) + " " + std::to_string(status.state) + " " +

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdint>
 #include <string>
+#include <type_traits>
+
+#include "Hardware/CANFlasherClient.h"
 
 using namespace CANFlasher;
 
@@ -83,6 +87,32 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(UploadStateNames, EveryValueOfTheGapIsUnknown) {
     for (std::uint32_t state = 7; state < 100; ++state) EXPECT_EQ(stateDisplayName(state), "unknown") << state;
 }
+
+// Widths in memory.
+static_assert(std::is_same_v<std::underlying_type_t<TMode>, std::int32_t>);
+static_assert(std::is_same_v<std::underlying_type_t<TState>, std::uint32_t>);
+static_assert(std::is_same_v<std::underlying_type_t<TUpdCmd>, std::uint32_t>);
+static_assert(std::is_same_v<decltype(TStatus::mode), std::uint32_t>);
+static_assert(std::is_same_v<decltype(TStatus::state), std::uint32_t>);
+static_assert(std::is_same_v<decltype(TStatus::progress), std::uint32_t>);
+static_assert(std::is_same_v<decltype(TStatus::address), std::uint32_t>);
+static_assert(std::is_same_v<decltype(TStatus::serial), std::uint32_t>);
+static_assert(sizeof(TStatus) == 20);
+static_assert(std::is_same_v<decltype(UploadRequest::mode), TMode>);
+static_assert(std::is_same_v<decltype(UploadRequest::address), std::int32_t>);
+static_assert(std::is_same_v<decltype(UploadRequest::serial), std::uint32_t>);
+
+// The class has all names too.
+using Client = CANFlasherClient;
+static_assert(Client::CmdStatus == 1000 && Client::CmdStatusRequest == 1001 && Client::CmdStatusReset == 1002 &&
+              Client::CmdByte == 1003 && Client::CmdUpload == 1004);
+static_assert(std::is_same_v<decltype(Client::CmdUpload), const std::uint16_t>);
+static_assert(Client::UpdQuit == 0 && Client::UpdStep == 1 && Client::UpdPoll == 2 && Client::UpdDisconnect == 3);
+static_assert(Client::ISOStyle == 0 && Client::MTCAN == 1 && Client::NewModule == 2 && Client::Global == 3);
+static_assert(Client::Locked == 0 && Client::Idle == 1 && Client::Preparing == 2 && Client::Searching == 3 &&
+              Client::Erasing == 4 && Client::Programming == 5 && Client::Done == 6);
+static_assert(Client::ErrDeviceNotFound == 100 && Client::ErrEraseTimeout == 101 && Client::ErrResponseTimeout == 102 &&
+              Client::ErrHexFileNotFound == 103 && Client::ErrHexFileOpen == 104 && Client::ErrHexFileFormat == 105);
 
 TEST(UploadTypes, HaveTheValuesThatGoOnTheWire) {
     EXPECT_EQ((std::array<int, 4>{ISOStyle, MTCAN, NewModule, Global}), (std::array<int, 4>{0, 1, 2, 3}));
