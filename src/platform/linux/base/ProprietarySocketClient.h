@@ -138,37 +138,42 @@ private:
 
     const std::string host_;
     const std::int32_t port_;
-    PacketQueue rxQueue{kPacketCapacity};                      // packets read, for the dispatch thread
-    PacketQueue txQueue{kPacketCapacity};                      // the transmit buffer
-    threadfunc::queue_template<int> pingQueue{kPingCapacity};  // 0 for each tick and for the end of a link
-
-    // Locks, outermost first: closeMutex or statsMutex, never both; linkMutex; the queues' own. None is held while a
-    // hook runs. Only closeMutex is held while a thread is waited for that may run one, and no hook ever waits for it.
-    threadfunc::mutex closeMutex;          // one thread at a time closes
-    mutable threadfunc::mutex statsMutex;  // one thread at a time connects; the figures of the pings
-    mutable threadfunc::mutex linkMutex;
-    mutable threadfunc::mutex serverInfoMutex;
-
-    std::atomic<std::int32_t> fd{-1};  // written under linkMutex
-    LinkRecord link GUARDED_BY(linkMutex);
-    pthread_t dispatchThread GUARDED_BY(linkMutex) = 0;
     bool attempting GUARDED_BY(linkMutex) = false;  // a connect is under way
     bool closedForGood GUARDED_BY(linkMutex) = false;
     std::uint32_t closeCount GUARDED_BY(linkMutex) = 0;  // an attempt that sees it change comes to nothing
     std::atomic<std::uint32_t> linkNumber{0};            // written under linkMutex: tells a link from the next one
 
-    std::atomic<bool> connected{false};        // set under linkMutex, cleared by the dispatch thread
-    std::atomic<bool> closing{false};          // written under linkMutex
-    std::atomic<bool> dispatchRunning{false};  // written by the dispatch thread
-    std::atomic<bool> pingRunning{false};      // written by the ping thread
-    std::atomic<bool> txOverrun{false};        // an overrun was reported and the buffer is still half full
+protected:
+    // The state, for derived classes to look at: under the lock that stands with it, else at any time. This class alone
+    // changes it. A derived class that takes one of the locks holds it for a few lines and calls nothing meanwhile.
 
-    double maxRoundTrip GUARDED_BY(statsMutex) = 0;
-    double totalRoundTrip GUARDED_BY(statsMutex) = 0;
-    std::uint32_t responseCount GUARDED_BY(statsMutex) = 0;
-    threadfunc::Stopwatch pingStopwatch GUARDED_BY(statsMutex){false};
-    std::atomic<bool> pingPending{false};       // set by the ping thread, cleared by the dispatch thread
-    std::atomic<std::int32_t> missingPings{0};  // written by the ping thread
+    PacketQueue rxQueue{kPacketCapacity};                      ///< packets read, for the dispatch thread
+    PacketQueue txQueue{kPacketCapacity};                      ///< the transmit buffer
+    threadfunc::queue_template<int> pingQueue{kPingCapacity};  ///< 0 for each tick and for the end of a link
 
-    ServerConnectionEntry serverInfo GUARDED_BY(serverInfoMutex);
+    // Locks, outermost first: closeMutex or statsMutex, never both; linkMutex; the queues' own. None is held while a
+    // hook runs. Only closeMutex is held while a thread is waited for that may run one, and no hook ever waits for it.
+    threadfunc::mutex closeMutex;               ///< one thread at a time closes
+    mutable threadfunc::mutex statsMutex;       ///< one thread at a time connects; the figures of the pings
+    mutable threadfunc::mutex linkMutex;        ///< the link and its way up and down
+    mutable threadfunc::mutex serverInfoMutex;  ///< the server's identity
+
+    std::atomic<std::int32_t> fd{-1};                    ///< the socket, -1: none; written under linkMutex
+    LinkRecord link GUARDED_BY(linkMutex);               ///< the link's threads and their socket
+    pthread_t dispatchThread GUARDED_BY(linkMutex) = 0;  ///< 0: none
+
+    std::atomic<bool> connected{false};        ///< the link is up; set under linkMutex, cleared by the dispatch thread
+    std::atomic<bool> closing{false};          ///< being closed, or closed for good; written under linkMutex
+    std::atomic<bool> dispatchRunning{false};  ///< written by the dispatch thread
+    std::atomic<bool> pingRunning{false};      ///< written by the ping thread
+    std::atomic<bool> txOverrun{false};        ///< an overrun was reported and the buffer is still half full
+
+    double maxRoundTrip GUARDED_BY(statsMutex) = 0;                     ///< seconds
+    double totalRoundTrip GUARDED_BY(statsMutex) = 0;                   ///< seconds
+    std::uint32_t responseCount GUARDED_BY(statsMutex) = 0;             ///< answers to pings
+    threadfunc::Stopwatch pingStopwatch GUARDED_BY(statsMutex){false};  ///< runs since the last request
+    std::atomic<bool> pingPending{false};       ///< set by the ping thread, cleared by the dispatch thread
+    std::atomic<std::int32_t> missingPings{0};  ///< written by the ping thread
+
+    ServerConnectionEntry serverInfo GUARDED_BY(serverInfoMutex);  ///< as the server told it last
 };

@@ -346,6 +346,21 @@ TEST_F(ClientClose, PacketsQueuedAfterTheEndOfTheLinkAreDeletedAtOnce) {
     EXPECT_EQ(CountedPacket::living(), 0);
 }
 
+// The receive thread and closeSocket both put an end mark; the dispatch thread takes one.
+TEST_F(ClientClose, LeavesNothingInTheQueueOfTheDispatchThread) {
+    Latch release;
+    client.onPacket = [&](TPacket*&) { release.pass(); };
+    connect();
+    peer.write(packets(1));
+    EXPECT_TRUE(client.hasReceived(1));
+    std::thread closer([&] { client.closeSocket(true); });
+    EXPECT_TRUE(waitFor([this] { return client.descriptor() == -1; }));
+    EXPECT_EQ(client.rxQueue.size(), 2);
+    release.open();
+    closer.join();
+    EXPECT_EQ(client.rxQueue.size(), 0);
+}
+
 class ClientDestructor : public LeavesNothing {};
 
 std::string warning(int port, int fd) {

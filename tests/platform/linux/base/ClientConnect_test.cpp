@@ -88,6 +88,70 @@ TEST_F(ClientConnect, NobodyListeningIsASilentFailureThatMayBeRepeated) {
     EXPECT_TRUE(client.connectToServer());
 }
 
+/// A derived class that looks at the state it stands on.
+class Looking : public ProprietarySocketClient {
+public:
+    using ProprietarySocketClient::ProprietarySocketClient;
+    ~Looking() override { closeSocket(false); }
+
+    using ProprietarySocketClient::fd, ProprietarySocketClient::connected, ProprietarySocketClient::closing,
+        ProprietarySocketClient::dispatchRunning, ProprietarySocketClient::pingRunning,
+        ProprietarySocketClient::pingPending, ProprietarySocketClient::missingPings, ProprietarySocketClient::txOverrun;
+    using ProprietarySocketClient::rxQueue, ProprietarySocketClient::txQueue, ProprietarySocketClient::pingQueue;
+
+    bool hasThreads() {
+        const threadfunc::MutexLock lock(linkMutex);
+        return link.receiveThread != 0 && link.transmitThread != 0 && dispatchThread != 0 && link.linkFd == fd;
+    }
+    bool hasNoThread() {
+        const threadfunc::MutexLock lock(linkMutex);
+        return link.receiveThread == 0 && link.transmitThread == 0 && dispatchThread == 0 && link.linkFd == -1;
+    }
+    bool hasNoFigures() {
+        const threadfunc::MutexLock lock(statsMutex);
+        return maxRoundTrip == 0 && totalRoundTrip == 0 && responseCount == 0 && pingStopwatch.elapsed() == 0;
+    }
+    ServerConnectionEntry server() {
+        const threadfunc::MutexLock lock(serverInfoMutex);
+        return serverInfo;
+    }
+};
+
+void expectIdle(Looking& client) {
+    EXPECT_EQ(client.fd, -1);
+    EXPECT_FALSE(client.connected || client.closing || client.dispatchRunning || client.pingRunning);
+    EXPECT_TRUE(client.hasNoThread());
+    EXPECT_EQ(client.rxQueue.size(), 0);
+    EXPECT_EQ(client.txQueue.size(), 0);
+}
+
+TEST_F(ClientConnect, DerivedClassSeesTheStateOfAnAttemptThatFailed) {
+    const UnusedPort port;
+    Looking client(port.port(), nullptr);
+    EXPECT_FALSE(client.connectToServer());
+    expectIdle(client);
+    EXPECT_TRUE(client.hasNoFigures());
+    EXPECT_FALSE(client.pingPending || client.txOverrun);
+    EXPECT_EQ(client.missingPings, 0);
+    EXPECT_EQ(client.server(), ServerConnectionEntry{});
+    EXPECT_EQ(client.rxQueue.space(), 100);
+    EXPECT_EQ(client.txQueue.space(), 100);
+    EXPECT_EQ(client.pingQueue.space(), 10);
+}
+
+TEST_F(ClientConnect, DerivedClassSeesTheStateOfALink) {
+    LoopbackServer server;
+    Looking client(server.port(), nullptr);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(client.connectToServer());
+        EXPECT_EQ(client.fd, client.descriptor());
+        EXPECT_TRUE(client.connected);
+        EXPECT_TRUE(client.hasThreads());
+        client.closeSocket(true);
+        expectIdle(client);
+    }
+}
+
 // Options that one could think of: none is set, and the system closes the socket in programs started from here.
 TEST_F(ClientConnect, SocketIsAsTheSystemMakesIt) {
     LoopbackServer server;
