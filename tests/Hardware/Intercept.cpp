@@ -65,9 +65,9 @@ pthread_t __real__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(int, threadfunc::
 pthread_t __wrap__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(int priority, threadfunc::ThreadFunction function,
                                                                void* argument, unsigned stackSize,
                                                                const char* originFile, int originLine) {
+    const char* const file = originFile != nullptr ? originFile : "";
     const testsupport::RecordedCalls* const calls = recorder;
-    if (calls != nullptr && calls->mayCreate && !calls->mayCreate({priority, stackSize, originFile, originLine}))
-        return 0;
+    if (calls != nullptr && calls->mayCreate && !calls->mayCreate({priority, stackSize, file, originLine})) return 0;
     return __real__ZN10threadfunc12ThreadCreateEiPFjPvES0_jPKci(priority, function, argument, stackSize, originFile,
                                                                 originLine);
 }

@@ -13,7 +13,7 @@ namespace testsupport {
 struct ThreadRequest {
     int priority;
     unsigned stackSize;
-    std::string originFile;
+    std::string originFile;  // empty for none
     int originLine;
 
     bool operator==(const ThreadRequest&) const = default;
