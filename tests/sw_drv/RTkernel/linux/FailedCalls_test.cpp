@@ -16,6 +16,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "sw_drv/RTkernel/linux/threadfunc.h"
 #include "tests/support/CapturedOutput.h"
@@ -199,6 +200,54 @@ TEST(FailedThreadPriority, ShowsAsMinusOneInTheStartLines) {
         MatchesRegex("Starting thread. Process: [0-9]+, thread: [0-9]+, priority: -1\nCall origin: file line 1\n"));
     EXPECT_EQ(errors.text(), "threadfunc::threadPriority() - sched_getparam() reports error: Unknown error -1\n");
 }
+
+std::string outputOfStart() {
+    const CapturedOutput output(STDOUT_FILENO);
+    threadfunc::threadJoin(startThread(0, "file"));
+    return output.text();
+}
+
+// Their priority is that of the thread, and not of its creator.
+TEST(ThreadStartLines, ComeAfterTheThreadHasSetItsPriority) {
+    static const CapturedOutput* output = nullptr;
+    static std::string printedBefore;
+    std::string printed;
+    printedBefore = "not asked";
+    threadfunc::threadQuietOff();
+    {
+        const CapturedOutput captured(STDOUT_FILENO);
+        output = &captured;
+        injected::onSetScheduler = [] { printedBefore = output->text(); };
+        threadfunc::threadJoin(startThread(0, "file"));
+        injected::onSetScheduler = nullptr;
+        printed = captured.text();
+    }
+    threadfunc::threadQuietOn();
+    EXPECT_EQ(printedBefore, "");
+    EXPECT_THAT(printed, testing::EndsWith("Call origin: file line 1\n"));
+}
+
+struct QuietRow {
+    const char* why;
+    void (*before)();
+    void (*meanwhile)();
+    const char* printed;
+};
+class QuietAtTheStart : public testing::TestWithParam<QuietRow> {};
+TEST_P(QuietAtTheStart, IsDecidedByTheCreator) {
+    GetParam().before();
+    injected::onThreadStart = GetParam().meanwhile;
+    const std::string printed = outputOfStart();
+    injected::onThreadStart = nullptr;
+    threadfunc::threadQuietOn();
+    EXPECT_THAT(printed, MatchesRegex(GetParam().printed));
+}
+INSTANTIATE_TEST_SUITE_P(
+    Rows, QuietAtTheStart,
+    testing::Values(QuietRow{"linesThoughQuietSince", threadfunc::threadQuietOff, threadfunc::threadQuietOn,
+                             "Starting thread. .*\nCall origin: file line 1\n"},
+                    QuietRow{"noneThoughNotQuietSince", threadfunc::threadQuietOn, threadfunc::threadQuietOff, ""}),
+    [](const auto& row) { return std::string(row.param.why); });
 
 class FailedCrashReport : public kittest::EndingProcess {};
 
@@ -426,6 +475,49 @@ TEST(MutexWithoutMemory, FailsInAllItsOperations) {
         lock.unlock();
     }
 }
+
+int lockOnly(threadfunc::mutex& lock) NO_THREAD_SAFETY_ANALYSIS { return lock.lock(); }
+
+int tryOnly(threadfunc::mutex& lock) NO_THREAD_SAFETY_ANALYSIS { return lock.tryLock() ? 1 : 0; }
+
+int lockAndUnlock(threadfunc::mutex& lock) NO_THREAD_SAFETY_ANALYSIS {
+    lock.lock();
+    const int result = lock.unlock();
+    EXPECT_EQ(lock.unlock(), 0);  // still held
+    return result;
+}
+
+int lockGlobally(threadfunc::mutex& /*lock*/) { return threadfunc::globalLock(); }
+
+int lockAndUnlockGlobally(threadfunc::mutex& /*lock*/) {
+    EXPECT_EQ(threadfunc::globalLock(), 0);
+    const int result = threadfunc::globalUnlock();
+    EXPECT_EQ(threadfunc::globalUnlock(), 0);
+    return result;
+}
+
+struct LockRow {
+    const char* why;
+    injected::LockErrors errors;
+    int (*operation)(threadfunc::mutex&);
+    int result;
+};
+class FailedLock : public testing::TestWithParam<LockRow> {};
+TEST_P(FailedLock, ReturnsTheErrorOfTheSystem) {
+    threadfunc::mutex lock;
+    injected::lockErrors = GetParam().errors;
+    const int result = GetParam().operation(lock);
+    const injected::LockErrors left = std::exchange(injected::lockErrors, {});
+    EXPECT_EQ(result, GetParam().result);
+    EXPECT_EQ(left.lock + left.tryLock + left.unlock, 0);  // the call was made
+}
+INSTANTIATE_TEST_SUITE_P(Rows, FailedLock,
+                         testing::Values(LockRow{"lock", {EINVAL, 0, 0}, lockOnly, EINVAL},
+                                         LockRow{"tryLockIsFalse", {0, EINVAL, 0}, tryOnly, 0},
+                                         LockRow{"unlock", {0, 0, EPERM}, lockAndUnlock, EPERM},
+                                         LockRow{"globalLock", {EAGAIN, 0, 0}, lockGlobally, EAGAIN},
+                                         LockRow{"globalUnlock", {0, 0, EPERM}, lockAndUnlockGlobally, EPERM}),
+                         [](const auto& row) { return std::string(row.param.why); });
 
 TEST(Locks, GiveBackWhatTheyTook) {
     injected::mutexDestroy.watch();

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <string>
 
 #include "sw_drv/RTkernel/linux/Clock.h"
 #include "sw_drv/RTkernel/linux/Stopwatch.h"
@@ -108,15 +109,33 @@ TEST_F(FailedTimers, WithoutTheRightToItHaveAskedForTheHighestPriority) {
     EXPECT_EXIT(look(), testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(FailedTimers, WithoutAttributesForTheThreadSaySo) {
+struct AttributesRow {
+    const char* why;
+    injected::Call& call;
+    int error;
+    const char* printed;
+};
+class FailedTimerAttributes : public kittest::FreshProcess, public testing::WithParamInterface<AttributesRow> {};
+TEST_P(FailedTimerAttributes, LeaveTheTimersWithoutAThreadAndSaySo) {
     const auto run = [] {
-        injected::attributesInit.fail(ENOMEM);
+        injected::threadCreate.watch();
+        GetParam().call.fail(GetParam().error);
         const ProbeTimer timer;
+        require(GetParam().call.calls() == 1 && injected::threadCreate.calls() == 0);
         testsupport::leave(0);
     };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(0),
-                "^threadfunc::ThreadCreate\\(\\) - pthread_attr_init\\(\\) reports error: Cannot allocate memory\n$");
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), GetParam().printed);
 }
+INSTANTIATE_TEST_SUITE_P(
+    Rows, FailedTimerAttributes,
+    testing::Values(
+        AttributesRow{
+            "attributes", injected::attributesInit, ENOMEM,
+            "^threadfunc::ThreadCreate\\(\\) - pthread_attr_init\\(\\) reports error: Cannot allocate memory\n$"},
+        AttributesRow{
+            "stackSize", injected::attributesStackSize, EINVAL,
+            "^threadfunc::ThreadCreate\\(\\) - pthread_attr_setstacksize\\(\\) reports error: Invalid argument\n$"}),
+    [](const auto& row) { return std::string(row.param.why); });
 
 TEST(FailedWait, OfTheTimerThreadGoesOnWithTheNextPass) {
     ProbeTimer timer;

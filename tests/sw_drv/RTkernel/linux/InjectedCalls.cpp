@@ -13,6 +13,7 @@
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <utility>
 
 namespace injected {
 
@@ -84,6 +85,8 @@ Call newThrowing;
 Call setTime;
 std::atomic<std::size_t> longestWrite{SIZE_MAX};
 std::atomic<void (*)()> onThreadStart{nullptr};
+std::atomic<void (*)()> onSetScheduler{nullptr};
+thread_local LockErrors lockErrors{};
 CreateArguments lastCreate{};
 SchedulerArguments lastScheduler{};
 int lastSemaphoreShared = -1;
@@ -184,6 +187,7 @@ int __wrap_sigaction(int signal, const struct sigaction* action, struct sigactio
 int __real_sched_setscheduler(pid_t, int, const sched_param*);
 int __wrap_sched_setscheduler(pid_t process, int policy, const sched_param* parameters) {
     injected::lastScheduler = {process, policy, parameters->sched_priority};
+    if (void (*const hook)() = injected::onSetScheduler; hook != nullptr) hook();
     return failureOr(injected::setScheduler, [=] { return __real_sched_setscheduler(process, policy, parameters); });
 }
 
@@ -279,13 +283,21 @@ int __wrap_sem_destroy(sem_t* semaphore) {
 int __real_pthread_mutex_lock(pthread_mutex_t*);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     injected::Steps::note('L');
-    return __real_pthread_mutex_lock(mutex);
+    const int error = std::exchange(injected::lockErrors.lock, 0);
+    return error != 0 ? error : __real_pthread_mutex_lock(mutex);
+}
+
+int __real_pthread_mutex_trylock(pthread_mutex_t*);
+int __wrap_pthread_mutex_trylock(pthread_mutex_t* mutex) {
+    const int error = std::exchange(injected::lockErrors.tryLock, 0);
+    return error != 0 ? error : __real_pthread_mutex_trylock(mutex);
 }
 
 int __real_pthread_mutex_unlock(pthread_mutex_t*);
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
     injected::Steps::note('U');
-    return __real_pthread_mutex_unlock(mutex);
+    const int error = std::exchange(injected::lockErrors.unlock, 0);
+    return error != 0 ? error : __real_pthread_mutex_unlock(mutex);
 }
 
 int __real_pthread_mutex_destroy(pthread_mutex_t*);

@@ -64,6 +64,17 @@ extern std::atomic<std::size_t> longestWrite;
 /// Unless null: called first on every new thread.
 extern std::atomic<void (*)()> onThreadStart;
 
+/// Unless null: called on the thread that calls sched_setscheduler, before the call.
+extern std::atomic<void (*)()> onSetScheduler;
+
+/// Errors that the calling thread's next call each fails with, unless 0; the mutex is not touched then.
+struct LockErrors {
+    int lock;     // pthread_mutex_lock
+    int tryLock;  // pthread_mutex_trylock
+    int unlock;   // pthread_mutex_unlock
+};
+extern thread_local LockErrors lockErrors;
+
 /// What the last pthread_create was given.
 struct CreateArguments {
     sigset_t creatorsMask;

@@ -302,12 +302,12 @@ TEST_F(UnprivilegedThread, SaysSoWithAHintWhenNotQuiet) {
 
 // --- Start lines -------------------------------------------------------------------------------------------------
 
-std::string outputOfStart(const char* originFile, bool quiet) {
+std::string outputOfStart(const char* originFile, bool quiet, int priority = kTimeSharing) {
     const CapturedOutput output(STDOUT_FILENO);
     std::optional<NotQuiet> notQuiet;
     if (!quiet) notQuiet.emplace();
     threadfunc::threadJoin(threadfunc::ThreadCreate(
-        kTimeSharing, [](void*) -> std::uint32_t { return 0; }, nullptr, 0, originFile, 4711));
+        priority, [](void*) -> std::uint32_t { return 0; }, nullptr, 0, originFile, 4711));
     return output.text();
 }
 
@@ -322,6 +322,11 @@ TEST(ThreadStartLines, NameTheThreadAndItsOrigin) {
     EXPECT_THAT(outputOfStart("some/file.cpp", false),
                 MatchesRegex("Starting thread. Process: " + process +
                              ", thread: [0-9]+, priority: 99\nCall origin: some/file.cpp line 4711\n"));
+}
+
+TEST(ThreadStartLines, NameThePriorityThatTheThreadWasGiven) {
+    if (!maySetRealTimePriorities()) GTEST_SKIP() << "no right to set real-time priorities";
+    EXPECT_THAT(outputOfStart("file", false, 40), testing::HasSubstr(", priority: 40\n"));
 }
 
 TEST(ThreadStartLines, AreNotPrintedWithoutAFile) { EXPECT_EQ(outputOfStart(nullptr, false), ""); }

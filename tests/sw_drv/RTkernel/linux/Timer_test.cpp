@@ -1,6 +1,7 @@
 #include "sw_drv/RTkernel/linux/Timer.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +15,7 @@
 
 #include "sw_drv/RTkernel/linux/Clock.h"
 #include "sw_drv/RTkernel/linux/Thread.h"
+#include "tests/support/CapturedOutput.h"
 #include "tests/support/Process.h"
 #include "tests/sw_drv/RTkernel/linux/ProbeTimer.h"
 
@@ -21,6 +23,7 @@ using kittest::awaitTimerPass;
 using kittest::HeldTimerThread;
 using kittest::ProbeTimer;
 using std::chrono::milliseconds;
+using testsupport::CapturedOutput;
 using threadfunc::queue_template;
 using threadfunc::timer_template;
 using Clock = std::chrono::steady_clock;
@@ -341,6 +344,47 @@ TEST(TimerTrigger, IsNotFollowedByAnExpiryWhenItsOwnExpiryStopsTheTimer) {
     EXPECT_EQ(timer.expiries, 1);
 }
 
+// --- What an expiry changes --------------------------------------------------------------------------------------
+
+struct ChangeRow {
+    const char* why;
+    void (*onExpiry)(ProbeTimer&);
+};
+class TimerChangedByItsExpiry : public testing::TestWithParam<ChangeRow> {
+protected:
+    int expiriesAfter(void (*start)(ProbeTimer&)) {
+        start(changed);
+        EXPECT_TRUE(changed.expiredTimes(1));
+        threadfunc::sleep(30);
+        awaitTimerPass();
+        return changed.expiries;
+    }
+
+private:
+    ProbeTimer changed{0, [this] { GetParam().onExpiry(changed); }};
+};
+// Whether and when it comes again is looked up after the expiry.
+TEST_P(TimerChangedByItsExpiry, GoesByTheChange) {
+    EXPECT_EQ(expiriesAfter([](ProbeTimer& timer) { timer.startPeriodic(5); }), 1);
+}
+TEST_P(TimerChangedByItsExpiry, GoesByTheChangeWhenTriggeredToo) {
+    EXPECT_EQ(expiriesAfter([](ProbeTimer& timer) {
+                  timer.startPeriodic(kNever);
+                  timer.setInterval(5);
+                  timer.trigger();
+              }),
+              1);
+}
+INSTANTIATE_TEST_SUITE_P(Rows, TimerChangedByItsExpiry,
+                         testing::Values(ChangeRow{"longerInterval",
+                                                   [](ProbeTimer& timer) { timer.setInterval(kNever); }},
+                                         ChangeRow{"noLongerPeriodic",
+                                                   [](ProbeTimer& timer) {
+                                                       timer.startOnce(kNever);
+                                                       timer.setInterval(5);
+                                                   }}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
 // --- Queue and value ---------------------------------------------------------------------------------------------
 
 TEST(TimerQueue, ThatIsFullLosesTheEventAndTheTimerKeepsRunning) {
@@ -356,8 +400,17 @@ TEST(TimerQueue, ThatIsFullLosesTheEventAndTheTimerKeepsRunning) {
     };
     queue_template<int> queue(10);
     CountedTimer timer(0, &queue, 7);
-    timer.startPeriodic(1);
-    EXPECT_TRUE(testsupport::waitFor([&] { return timer.expiries >= 15; }));
+    std::string printed;
+    bool expired = false;
+    {
+        const CapturedOutput output(STDOUT_FILENO);
+        const CapturedOutput errors(STDERR_FILENO);
+        timer.startPeriodic(1);
+        expired = testsupport::waitFor([&] { return timer.expiries >= 15; });
+        printed = output.text() + errors.text();
+    }
+    EXPECT_TRUE(expired);
+    EXPECT_EQ(printed, "");  // lost without a word
     EXPECT_EQ(queue.size(), 10);
     EXPECT_EQ(queue.get(), 7);  // room again
     EXPECT_TRUE(testsupport::waitFor([&] { return queue.size() == 10; }));
