@@ -37,15 +37,15 @@ public:
     using TState = CANFlasher::TState;    ///< where the upload stands
     using TStatus = CANFlasher::TStatus;  ///< the server's view of the upload
 
-    // Their values, and the command ids, under the name of the class too.
+    // Their values, and the commands of UploadTypes.h, under the name of the class too.
     using enum CANFlasher::TUpdCmd;
     using enum CANFlasher::TMode;
     using enum CANFlasher::TState;
-    static constexpr std::uint16_t CmdStatus = CANFlasher::CmdStatus;
-    static constexpr std::uint16_t CmdStatusRequest = CANFlasher::CmdStatusRequest;
-    static constexpr std::uint16_t CmdStatusReset = CANFlasher::CmdStatusReset;
-    static constexpr std::uint16_t CmdByte = CANFlasher::CmdByte;
-    static constexpr std::uint16_t CmdUpload = CANFlasher::CmdUpload;
+    static constexpr std::uint16_t CmdStatus = CANFlasher::CmdStatus;                ///< from the server
+    static constexpr std::uint16_t CmdStatusRequest = CANFlasher::CmdStatusRequest;  ///< to the server
+    static constexpr std::uint16_t CmdStatusReset = CANFlasher::CmdStatusReset;      ///< to the server
+    static constexpr std::uint16_t CmdByte = CANFlasher::CmdByte;                    ///< to the server
+    static constexpr std::uint16_t CmdUpload = CANFlasher::CmdUpload;                ///< to the server
 
     /// A client of the server at `host` (null: "127.0.0.1") and TCP port `port`. Starts the worker thread, connects
     /// nothing.
