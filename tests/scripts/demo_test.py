@@ -25,13 +25,18 @@ def demo(tmp_path):
         stand_in.write_text(f"#!/bin/sh\n{body}\n")
         stand_in.chmod(0o755)
 
-    def run(*arguments):
-        done = subprocess.run([tree / "scripts" / "demo", *arguments], capture_output=True, text=True, cwd=here, check=False,
-                              env={**os.environ, "PATH": f"{tools}:{os.environ['PATH']}"})
-        assert done.returncode == 3, done
-        return [line.partition(":")[2] for line in done.stdout.splitlines() if line.startswith("argument:")]
+    def start(*arguments):
+        return subprocess.Popen([tree / "scripts" / "demo", *arguments], stdout=subprocess.PIPE, text=True, cwd=here,
+                                env={**os.environ, "PATH": f"{tools}:{os.environ['PATH']}"})
 
-    run.here = here
+    def run(*arguments):
+        demo = start(*arguments)
+        output, _ = demo.communicate()
+        assert demo.returncode == 3, output
+        return [line.partition(":")[2] for line in output.splitlines() if line.startswith("argument:")]
+
+    run.start, run.here = start, here
+    run.scenarios, run.programs = tree / "sim" / "scenarios", tree / "build" / "demo" / "bin"
     return run
 
 
@@ -57,3 +62,26 @@ def test_a_file_is_taken_along(demo):
     first, path, *rest = demo("my.hex", "-m", "MTCAN")
     assert (first, pathlib.PurePath(path).name, rest) == ("-u", "my.hex", ["-a", "0x2A", "-n", "12345", "-m", "MTCAN"])
     assert not path.startswith(f"{demo.here}/")
+
+
+@pytest.mark.parametrize("words", [["--scenario", "slow", "my.hex", "-m", "MTCAN"], ["my.hex", "--scenario=slow", "-m", "MTCAN"],
+                                   ["my.hex", "-m", "MTCAN", "--scenario", "slow"]], ids=" ".join)
+def test_the_scenario_may_stand_anywhere(demo, words):
+    (demo.here / "my.hex").touch()
+    (demo.scenarios / "slow.scenario").touch()
+    first, path, *rest = demo(*words)
+    assert (first, pathlib.PurePath(path).name, rest) == ("-u", "my.hex", ["-a", "0x2A", "-n", "12345", "-m", "MTCAN"])
+
+
+def test_the_end_of_the_script_is_the_end_of_the_rehearsal(demo):
+    (demo.programs / "dunmallow").write_text("#!/bin/sh\necho begun\nexec sleep 1000\n")
+    run = demo.start()
+    try:
+        while run.stdout.readline() != "begun\n":
+            assert run.poll() is None
+        run.terminate()
+        assert run.wait(30) == 143
+        assert run.stdout.read() == ""  # nobody holds the other end any more
+    finally:
+        run.kill()
+        run.stdout.close()
