@@ -164,8 +164,8 @@ std::optional<Duration> Words::time(Duration longest) {
     const std::string_view word = atEnd() || peek().quoted ? std::string_view() : std::string_view(peek().text);
     const std::size_t unitAt = std::min(word.find_first_not_of("0123456789"), word.size());
     const auto count = plainNumber(word.substr(0, unitAt));
-    const auto unit =
-        std::find_if(kUnits.begin(), kUnits.end(), [&](const Unit& row) { return row.name == word.substr(unitAt); });
+    const auto unit = std::find_if(kUnits.begin(), kUnits.end(),
+                                   [&](const Unit& row) { return sameWord(row.name, word.substr(unitAt)); });
     if (!problem_ && count && unit != kUnits.end()) {
         const Duration time(std::int64_t{*count} * unit->microseconds);
         ++taken;

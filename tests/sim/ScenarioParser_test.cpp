@@ -137,6 +137,7 @@ TEST(SimScenarioStep, StateForATimeIsAStateAndAWait) {
 
 TEST(SimScenarioStep, EachKindIsRead) {
     EXPECT_EQ(onlyStep<sim::Wait>("wait 20ms").time, 20ms);
+    EXPECT_EQ(onlyStep<sim::Wait>("WAIT 20Ms").time, 20ms);
     EXPECT_EQ(onlyStep<sim::Normal>("normal").until, (Moment{6, {}}));
     EXPECT_EQ(onlyStep<sim::Normal>("normal until 40%").until, (Moment{5, 40}));
     EXPECT_EQ(onlyStep<sim::Normal>("normal until preparing").until, (Moment{2, {}}));
