@@ -37,7 +37,7 @@ else()
   target_compile_definitions(dunmallow_own_code INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
 
-# dunmallow_add_library(NAME SOURCES ... HEADERS ... LINKS ...): one library per folder, its public headers a file set.
+# dunmallow_add_library(NAME SOURCES ... HEADERS ... LINKS ...): one library per folder, its headers a file set.
 function(dunmallow_add_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;LINKS")
   add_library(${name} STATIC ${arg_SOURCES})

@@ -78,8 +78,8 @@ void CANFlasherClient::dropConnection() {
 }
 
 /// Dispatch thread: has the worker drop the connection. Never waits: the worker joins this thread when it closes, and a
-/// queue full of timer ticks must not hold both for ever. One disconnect in the queue is as good as ten; in an empty
-/// queue there is none, whoever took it. When there is no room for it, it is overdue and follows the command that the
+/// queue full of timer ticks must not hold both for ever. One disconnect in the queue is as good as ten; an empty
+/// queue has none, whoever took it. When there is no room for it, it is overdue and follows the command that the
 /// worker handles next; the value that says nothing wakes a worker that has emptied the queue in between.
 void CANFlasherClient::requestDisconnect() {
     auto asked = Disconnect::none;

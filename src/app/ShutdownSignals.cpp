@@ -20,8 +20,8 @@ namespace CANFlasher {
 namespace {
 
 /// Keeps a write to a pipe without reader from ending the process: SIGPIPE is ignored for the life of the object. No
-/// longer, for a server that is started would inherit it. For the signal handler: nested in itself it is undone in
-/// order.
+/// longer, for a server that is started would inherit it. For the signal handler, which runs on one thread alone since
+/// all others block its signals: nested in itself it is undone in order.
 class BrokenPipesIgnored {
 public:
     BrokenPipesIgnored() {

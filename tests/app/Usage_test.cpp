@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-
 #include <sstream>
 #include <streambuf>
 #include <string>
