@@ -25,18 +25,20 @@ namespace {
 class BrokenPipesIgnored {
 public:
     BrokenPipesIgnored() {
-        struct sigaction ignore {};
         ignore.sa_handler = SIG_IGN;
         sigemptyset(&ignore.sa_mask);
         changed = sigaction(SIGPIPE, &ignore, &previous) == 0;
     }
     ~BrokenPipesIgnored() {
-        if (changed) sigaction(SIGPIPE, &previous, nullptr);
+        if (!changed) return;
+        sigaction(SIGPIPE, &ignore, nullptr);  // again: drops one that came while it was blocked
+        sigaction(SIGPIPE, &previous, nullptr);
     }
     BrokenPipesIgnored(const BrokenPipesIgnored&) = delete;
     BrokenPipesIgnored& operator=(const BrokenPipesIgnored&) = delete;
 
 private:
+    struct sigaction ignore {};
     struct sigaction previous {};
     bool changed = false;
 };

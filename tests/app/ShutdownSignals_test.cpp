@@ -195,8 +195,14 @@ TEST_F(ShutdownSignals, TheHandlerKeepsErrno) {
 int brokenPipes = 0;
 void countBrokenPipe(int) { ++brokenPipes; }
 
-// A run whose reader had gone was ended by its own signal line.
-TEST_F(ShutdownSignals, AGoneReaderRaisesNoSignalAndTheOldActionComesBack) {
+class GoneReader : public ShutdownSignals, public testing::WithParamInterface<bool> {};
+
+// A run whose reader had gone was ended by its own signal line. ThreadSanitizer blocks all signals in a handler.
+TEST_P(GoneReader, RaisesNoSignalAndTheOldActionComesBack) {
+    sigset_t brokenPipe;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    if (GetParam()) pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
     struct sigaction counting {};
     struct sigaction before {};
     counting.sa_handler = countBrokenPipe;
@@ -211,12 +217,15 @@ TEST_F(ShutdownSignals, AGoneReaderRaisesNoSignalAndTheOldActionComesBack) {
     dup2(saved, STDOUT_FILENO);
     close(saved);
     close(ends[1]);
+    pthread_sigmask(SIG_UNBLOCK, &brokenPipe, nullptr);
     EXPECT_EQ(brokenPipes, 0);
     struct sigaction after {};
     sigaction(SIGPIPE, &before, &after);
     EXPECT_EQ(after.sa_handler, &countBrokenPipe);
     EXPECT_EQ(eventWaiting(), 1U) << "the event is posted all the same";
 }
+
+INSTANTIATE_TEST_SUITE_P(Blocked, GoneReader, testing::Bool());
 
 TEST_F(ShutdownSignals, TheLineIsOneWrite) {
     int ends[2];
