@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <iterator>
 #include <thread>
@@ -27,6 +28,14 @@ bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds l
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+bool signalUntil(pthread_t thread, int signal, const std::function<bool()>& condition) {
+    return waitFor([&] {
+        if (condition()) return true;
+        pthread_kill(thread, signal);
+        return false;
+    });
 }
 
 std::size_t openDescriptors() {

@@ -1,6 +1,8 @@
 #pragma once
 /// What a test can see of its own process, and waiting for something to happen.
 
+#include <pthread.h>
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -13,6 +15,10 @@ inline constexpr std::chrono::seconds kDeadline{30};
 /// Waits until `condition` holds. Returns false when it still does not hold at the deadline.
 [[nodiscard]] bool waitFor(const std::function<bool()>& condition,
                            std::chrono::milliseconds limit = std::chrono::milliseconds(kDeadline));
+
+/// Sends the signal to the thread once a millisecond until `condition` holds; false at the deadline. Once is not enough
+/// under ThreadSanitizer, which may lose or hold back a signal that comes just before a call that blocks.
+[[nodiscard]] bool signalUntil(pthread_t thread, int signal, const std::function<bool()>& condition);
 
 /// Number of open descriptors of this process.
 std::size_t openDescriptors();

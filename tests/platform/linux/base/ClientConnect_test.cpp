@@ -495,11 +495,10 @@ TEST_F(ClientConnect, SignalsDoNotDisturbIt) {
         std::atomic<bool> connected{false};
         std::thread connector([&] { connected = client.connectToServer(); });
         EXPECT_TRUE(waitFor([&] { return client.descriptor() >= 0; }));
-        for (int i = 0; i < 3; ++i) {
+        for (int i = 1; i <= 3; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            pthread_kill(connector.native_handle(), SIGUSR1);
+            EXPECT_TRUE(testsupport::signalUntil(connector.native_handle(), SIGUSR1, [i] { return seen >= i; }));
         }
-        EXPECT_TRUE(waitFor([] { return seen > 0; }));
         filler = server.accept();  // makes room for the one that waits
         connector.join();
         EXPECT_TRUE(connected);

@@ -205,8 +205,8 @@ TEST(ReceiveChunk, SignalDoesNotEndTheRead) {
     std::thread reader([&] { received = receive(packet, stream.near); });
     for (const Bytes& piece : {hex("0000"), hex("0009 0007"), hex("0008 55")}) {
         const int before = signalsSeen;
-        pthread_kill(reader.native_handle(), SIGUSR1);
-        EXPECT_TRUE(testsupport::waitFor([before] { return signalsSeen > before; }));
+        EXPECT_TRUE(
+            testsupport::signalUntil(reader.native_handle(), SIGUSR1, [before] { return signalsSeen > before; }));
         stream.far.write(piece);
     }
     reader.join();

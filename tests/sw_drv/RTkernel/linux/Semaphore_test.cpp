@@ -74,8 +74,7 @@ TEST(Semaphore, WaitGoesOnSilentlyAfterASignal) {
         got = true;
     });
     for (int i = 1; i <= 20; ++i) {
-        pthread_kill(waiter.native_handle(), SIGUSR1);
-        ASSERT_TRUE(testsupport::waitFor([i] { return signalsSeen >= i; }));
+        EXPECT_TRUE(testsupport::signalUntil(waiter.native_handle(), SIGUSR1, [i] { return signalsSeen >= i; }));
         EXPECT_FALSE(got);
     }
     units.post();
