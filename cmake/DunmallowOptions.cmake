@@ -26,6 +26,18 @@ target_compile_options(dunmallow_own_code INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>
   -fstack-protector-strong -fstack-clash-protection)
 
+# What fuzzers and the coverage run watch: our own libraries and programs, and for coverage the tests, too, which are
+# the only users of some functions that stand in headers.
+add_library(dunmallow_watched INTERFACE)
+if(DUNMALLOW_FUZZ)
+  target_compile_options(dunmallow_watched INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(dunmallow_watched INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+if(DUNMALLOW_COVERAGE)
+  target_compile_options(dunmallow_watched INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(dunmallow_watched INTERFACE --coverage)
+endif()
+
 if(DUNMALLOW_SANITIZE)
   add_compile_options(-fsanitize=${DUNMALLOW_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${DUNMALLOW_SANITIZE})
@@ -37,13 +49,42 @@ else()
   target_compile_definitions(dunmallow_own_code INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
 
+# dunmallow_own_library(TARGET): what our own libraries have in common.
+function(dunmallow_own_library target)
+  target_link_libraries(${target} PUBLIC dunmallow_options PRIVATE dunmallow_own_code dunmallow_watched)
+  if(NOT DUNMALLOW_PRECOMPILE)
+    return()
+  endif()
+  get_property(owner GLOBAL PROPERTY dunmallow_precompiled)
+  if(owner)
+    target_precompile_headers(${target} REUSE_FROM ${owner})
+  else()
+    target_precompile_headers(${target} PRIVATE <algorithm> <array> <atomic> <chrono> <cstdio> <filesystem> <functional>
+      <iostream> <memory> <optional> <string> <string_view> <thread> <vector>)
+    set_property(GLOBAL PROPERTY dunmallow_precompiled ${target})
+  endif()
+endfunction()
+
 # dunmallow_add_library(NAME SOURCES ... HEADERS ... LINKS ...): one library per folder, its headers a file set.
 function(dunmallow_add_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;LINKS")
   add_library(${name} STATIC ${arg_SOURCES})
   add_library(dunmallow::${name} ALIAS ${name})
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}/src" FILES ${arg_HEADERS})
-  target_link_libraries(${name} PUBLIC dunmallow_options ${arg_LINKS} PRIVATE dunmallow_own_code)
+  target_link_libraries(${name} PUBLIC ${arg_LINKS})
+  dunmallow_own_library(${name})
+endfunction()
+
+# dunmallow_quick_compile(TARGET): for tests and their helpers, which are compiled more often than they run: no
+# optimising, and the headers of test_headers once.
+function(dunmallow_quick_compile target)
+  target_compile_options(${target} PRIVATE -fPIE -O0 -g1 -U_FORTIFY_SOURCE)
+  if(DUNMALLOW_COVERAGE)
+    target_link_libraries(${target} PRIVATE dunmallow_watched)
+  endif()
+  if(NOT target STREQUAL "test_headers")
+    target_precompile_headers(${target} REUSE_FROM test_headers)
+  endif()
 endfunction()
 
 # dunmallow_add_test(NAME SOURCES ... LINKS ...): one GoogleTest program, run as one CTest test in shuffled order.
@@ -56,9 +97,7 @@ function(dunmallow_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE dunmallow_options dunmallow_own_code ${arg_LINKS} GTest::gmock_main)
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-  # Tests are compiled more often than they run: no optimising, and the common headers once.
-  target_compile_options(${name} PRIVATE -O0 -g1 -U_FORTIFY_SOURCE)
-  target_precompile_headers(${name} REUSE_FROM test_headers)
+  dunmallow_quick_compile(${name})
   set(filter "*")
   if(CMAKE_CROSSCOMPILING AND arg_NOT_EMULATED)
     set(filter "*-${arg_NOT_EMULATED}")

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -96,10 +95,9 @@ TEST(CANFlasherClientWorker, IsStartedByTheConstructorWithItsOrigin) {
         EXPECT_TRUE(waitFor([&] { return output.text().find("line 62\n") != std::string::npos; })) << output.text();
     }
     threadfunc::threadQuietOn();
-    EXPECT_TRUE(std::regex_match(output.text(), std::regex("Starting thread\\. Process: [0-9]+, thread: [0-9]+, "
-                                                           "priority: (30|99)\n"  // 99: no right to a priority
-                                                           "Call origin: Hardware/CANFlasherClient line 62\n")))
-        << output.text();
+    EXPECT_THAT(output.text(), testing::MatchesRegex("Starting thread\\. Process: [0-9]+, thread: [0-9]+, "
+                                                     "priority: (30|99)\n"  // 99: no right to a priority
+                                                     "Call origin: Hardware/CANFlasherClient line 62\n"));
 }
 
 TEST(CANFlasherClientWorker, IsAskedForWithItsPriorityAndTheDefaultStack) {
@@ -436,9 +434,9 @@ TEST_P(CANFlasherClientUnexpected, CommandIsPrintedAndDropped) {
     connection.write(bytes({0, 0, 0, 16, GetParam() / 256, GetParam() % 256, 0, 8, 0, 6, 0, 0, 0, 0, 0, 0}));
     connection.write(statusPacket(1, 1));
     EXPECT_THAT(hooksAfter(1), ElementsAre(statusHook(1, 1)));
-    const std::regex line(
-        "CANFlasherClient::handleRxPacket\\( 0x[0-9a-f]+ \\) Unexpected command: " + std::to_string(GetParam()) + "\n");
-    EXPECT_TRUE(std::regex_match(output.text(), line)) << output.text();
+    EXPECT_THAT(output.text(),
+                testing::MatchesRegex("CANFlasherClient::handleRxPacket\\( 0x[0-9a-f]+ \\) Unexpected command: " +
+                                      std::to_string(GetParam()) + "\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, CANFlasherClientUnexpected,

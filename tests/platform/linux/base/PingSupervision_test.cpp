@@ -1,8 +1,8 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <regex>
 
 #include "platform/linux/base/ServerConnectionList.h"
 #include "tests/platform/linux/base/ClientFixture.h"
@@ -297,11 +297,10 @@ TEST_F(PingSupervision, NeverEndsTheLinkItself) {
         client.closeSocket(true);
         text = output.text();
     }
-    EXPECT_TRUE(std::regex_search(
-        text,
-        std::regex("^ *[0-9]+\\.[0-9]{3} ProprietarySocketClient CmdPing response missing \\(1\\)\n *[0-9]+\\.[0-9]{3} "
-                   "ProprietarySocketClient CmdPing response missing \\(2\\)\n")))
-        << text;
+    EXPECT_THAT(
+        text, testing::ContainsRegex(
+                  "^ *[0-9]+\\.[0-9]{3} ProprietarySocketClient CmdPing response missing \\(1\\)\n *[0-9]+\\.[0-9]{3} "
+                  "ProprietarySocketClient CmdPing response missing \\(2\\)\n"));
 }
 
 TEST_F(PingSupervision, WithoutALinkItEndsAtOnce) {
