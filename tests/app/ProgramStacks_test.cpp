@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,7 @@ constexpr std::size_t kMustBeLeft = 4096;
 std::atomic<std::size_t> leastLeft{kSmall};
 std::atomic<int> smallThreads{0};
 std::array<std::atomic<const PaintedStack*>, 64> living{};
+std::mutex endOfLife;  // held by whoever looks at the stacks of others: the C library clears that of a thread that ends
 std::atomic<int> resolutions{INT_MAX};  // that still find the host
 std::function<void()> onSystem;
 
@@ -59,12 +61,14 @@ void* runPainted(void* given) {
     auto& place = living.at(static_cast<std::size_t>(smallThreads++));
     place = &stack;
     void* const result = start.routine(start.argument);
+    const std::lock_guard lock(endOfLife);
     place = nullptr;
     note(stack.untouched());
     return result;
 }
 
 void report() {
+    const std::lock_guard lock(endOfLife);
     for (const auto& place : living)
         if (const PaintedStack* const stack = place) note(stack->untouched());
     const std::string line = "threads " + std::to_string(smallThreads) + " left " + std::to_string(leastLeft) + "\n";
