@@ -187,7 +187,7 @@ TEST(ConsoleViewer, IsNotTakenApartWhileItPaints) {
     });
     HandConnection connection = server.accept();
     EXPECT_TRUE(connection.write(bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 1, 5, 42, 0x2A, 0x39, 0x30, 0, 0})));
-    EXPECT_EQ(process.wait(), kGoesOn);
+    EXPECT_EQ(process.wait(), kGoesOn) << process.standardError();
 }
 
 TEST(ConsoleViewer, AFinalStateIsTheLastThatIsPainted) {
