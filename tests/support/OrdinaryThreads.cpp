@@ -1,17 +1,7 @@
-// For the test programs that start and end many threads, under the sanitizers: where threads get their real-time
-// priorities (as root), one that spins keeps the processor from a thread of a lower priority that it waits for, for
-// ever. ThreadSanitizer guards its own data by locks that spin; AddressSanitizer's leak check spins while the other
-// threads of a process that ends are stopped, and two processes that end so at once keep both processors. There the
-// process gives that right up before any thread starts.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define DUNMALLOW_SANITIZED
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-#define DUNMALLOW_SANITIZED
-#endif
-#endif
-
-#ifdef DUNMALLOW_SANITIZED
+// For test programs that start and end many threads, in builds with sanitizers: gives the right to real-time priorities
+// up (root has it) before any thread starts. With them a thread that spins would keep the processor from one of a lower
+// priority that it waits for, for ever. ThreadSanitizer guards its own data by locks that spin. AddressSanitizer's leak
+// check spins until the other threads of the process have stopped, and two processes that end so keep two processors.
 #include <linux/capability.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -32,4 +22,3 @@ bool giveUpPriorities() {
 [[maybe_unused]] const bool givenUp = giveUpPriorities();
 
 }  // namespace
-#endif
