@@ -49,19 +49,24 @@ else()
   target_compile_definitions(dunmallow_own_code INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
 
-# dunmallow_own_library(TARGET): what our own libraries have in common.
-function(dunmallow_own_library target)
-  target_link_libraries(${target} PUBLIC dunmallow_options PRIVATE dunmallow_own_code dunmallow_watched)
-  if(NOT DUNMALLOW_PRECOMPILE)
-    return()
-  endif()
-  get_property(owner GLOBAL PROPERTY dunmallow_precompiled)
+# dunmallow_precompile(TARGET GROUP HEADERS...): the headers are compiled for the group's first target, and the others
+# take them from it: all of a group have the same compile options.
+function(dunmallow_precompile target group)
+  get_property(owner GLOBAL PROPERTY dunmallow_precompiled_${group})
   if(owner)
     target_precompile_headers(${target} REUSE_FROM ${owner})
   else()
-    target_precompile_headers(${target} PRIVATE <algorithm> <array> <atomic> <chrono> <cstdio> <filesystem> <functional>
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+    set_property(GLOBAL PROPERTY dunmallow_precompiled_${group} ${target})
+  endif()
+endfunction()
+
+# dunmallow_own_library(TARGET): what our own libraries have in common.
+function(dunmallow_own_library target)
+  target_link_libraries(${target} PUBLIC dunmallow_options PRIVATE dunmallow_own_code dunmallow_watched)
+  if(DUNMALLOW_PRECOMPILE)
+    dunmallow_precompile(${target} libraries <algorithm> <array> <atomic> <chrono> <cstdio> <filesystem> <functional>
       <iostream> <memory> <optional> <string> <string_view> <thread> <vector>)
-    set_property(GLOBAL PROPERTY dunmallow_precompiled ${target})
   endif()
 endfunction()
 
@@ -76,15 +81,14 @@ function(dunmallow_add_library name)
 endfunction()
 
 # dunmallow_quick_compile(TARGET): for tests and their helpers, which are compiled more often than they run: no
-# optimising, and the headers of test_headers once.
+# optimising, and the common headers once (-fPIE: the helpers are parts of programs alone).
 function(dunmallow_quick_compile target)
   target_compile_options(${target} PRIVATE -fPIE -O0 -g1 -U_FORTIFY_SOURCE)
   if(DUNMALLOW_COVERAGE)
     target_link_libraries(${target} PRIVATE dunmallow_watched)
   endif()
-  if(NOT target STREQUAL "test_headers")
-    target_precompile_headers(${target} REUSE_FROM test_headers)
-  endif()
+  dunmallow_precompile(${target} tests <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <atomic> <chrono>
+    <filesystem> <functional> <iostream> <memory> <optional> <random> <string> <thread> <vector>)
 endfunction()
 
 # dunmallow_add_test(NAME SOURCES ... LINKS ...): one GoogleTest program, run as one CTest test in shuffled order.
