@@ -38,7 +38,8 @@ constexpr std::size_t kMustBeLeft = 4096;
 std::atomic<std::size_t> leastLeft{kSmall};
 std::atomic<int> smallThreads{0};
 std::array<std::atomic<const PaintedStack*>, 64> living{};
-std::mutex endOfLife;  // held by whoever looks at the stacks of others: the C library clears that of a thread that ends
+// No thread ends while its stack is looked at: the C library clears it then.
+std::mutex endOfLife;
 std::atomic<int> resolutions{INT_MAX};  // that still find the host
 std::function<void()> onSystem;
 
