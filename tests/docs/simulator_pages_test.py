@@ -1,0 +1,186 @@
+"""The man pages of the simulated server and its scenarios against the program, its tables and docs/simulator.md."""
+
+import re
+import subprocess
+
+import pytest
+
+from sources import PROGRAMS, REPOSITORY, Page, one, source, squeezed
+
+SERVER = Page("corvane-sim.1")
+SCENARIO = Page("corvane-scenario.5")
+DOCUMENT = source("docs/simulator.md")
+DEADLINE = 60.0  # seconds; only a failing test waits this long
+
+
+def server(*arguments):
+    return subprocess.run([PROGRAMS / "corvane", *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          timeout=DEADLINE, check=False)
+
+
+def answer(scenario, folder):
+    """What the server says to a scenario instead of starting."""
+    (folder / "scenario").write_text(f"{scenario}\n")
+    return server("-f", "-s", str(folder / "scenario"))
+
+
+# corvane-sim(1)
+
+USAGE = server("-h").stdout
+
+
+def test_the_options_are_those_of_the_usage_text():
+    in_usage = [f"{option} {value.lower()}".strip() for option, value in
+                re.findall(r"^  (-\w)(?: ([A-Z]+))?  +\S", USAGE, re.M)]
+    in_page = [terms[0].replace("\0", "") for terms, _ in SERVER.definitions("DESCRIPTION")]
+    assert in_page == in_usage
+    assert set(re.findall(r"-(\w)\b", SERVER.section("SYNOPSIS").replace("corvane-sim", ""))) == {name[1] for name in in_usage}
+
+
+def test_the_values_are_those_of_the_usage_text():
+    values = re.findall(r"^  (-\w) (.*) \(default (\d+)\)$", USAGE, re.M)
+    assert [option for option, _, _ in values] == ["-i", "-p"]
+    for option, meaning, default in values:
+        [entry] = [text for terms, text in SERVER.definitions("DESCRIPTION") if terms[0].startswith(option)]
+        assert f"Default: {default}." in entry
+        assert all(bounds in entry for bounds in re.findall(r"\d+ to \d+", meaning))
+
+
+def test_the_environment_is_that_of_the_usage_text():
+    in_page = [terms[0] for terms, _ in SERVER.definitions("ENVIRONMENT")]
+    assert sorted(in_page) == sorted(set(re.findall(r"CORVANE_\w+", USAGE)))
+    table = DOCUMENT[DOCUMENT.index("## Environment"):DOCUMENT.index("## What it answers")]
+    assert in_page == re.findall(r"^\| `(CORVANE_\w+)`", table, re.M)
+
+
+def test_the_exit_statuses_are_those_of_the_document():
+    table = DOCUMENT[DOCUMENT.index("| exit status"):DOCUMENT.index("It listens on")]
+    assert [terms[0] for terms, _ in SERVER.definitions("EXIT STATUS")] == re.findall(r"^\| (\d|other) \|", table, re.M)
+
+
+# corvane-scenario(5)
+
+def words_between(text, before, after):
+    return re.search(rf"{before}([^)]*){after}", text)[1].split(", ")
+
+
+@pytest.fixture(scope="module")
+def everything(tmp_path_factory):
+    """What the server expects in place of a word that it does not know."""
+    return answer("nonsense", tmp_path_factory.mktemp("scenario")).stderr
+
+
+def first_words(title):
+    return list(dict.fromkeys(terms[0].split()[0] for terms, _ in SCENARIO.definitions(title)))
+
+
+def test_the_settings_are_those_of_the_program(everything):
+    assert first_words("SETTINGS") == words_between(everything, r"a setting \(", r"\)")
+
+
+def test_the_steps_are_those_of_the_program(everything):
+    assert first_words("STEPS") == words_between(everything, r"a step \(", r"\)")
+
+
+def test_the_structure_is_that_of_the_program(everything):
+    assert set(first_words("STRUCTURE")) - {"\0step\0"} == set(re.findall(r"'(\w+)'(?=,| or)", everything))
+
+
+# What cannot stand behind these words, and so has the server say what can.
+TRIALS = [
+    *(f"{name} wrong" for name in ["bitrate", "block", "bytes", "write-time", "prepare-time", "search-time", "erase-time",
+                                   "verify-time", "speed", "range", "idle", "listen-delay", "refuse start",
+                                   "payload-offset", "split", "coalesce", "process-id", "packet", "half", "exit"]),
+    *(f'{name} ""' for name in ["application", "version", "version-label", "journal", "log"]),
+    "repeat wrong", "split 5 pause wrong", "coalesce 5 within wrong", "state Idle progress wrong",
+    "state Idle address wrong", "state Idle mode wrong",
+]
+
+
+@pytest.mark.parametrize("trial", TRIALS)
+def test_the_bounds_are_those_of_the_program(trial, tmp_path):
+    run = answer(trial, tmp_path)
+    assert run.returncode == 2
+    expected = run.stderr.split("expected", 1)[1]
+    entries = [f"{terms[0]} {text}" for title in ["SETTINGS", "STEPS", "STRUCTURE"]
+               for terms, text in SCENARIO.definitions(title) if terms[0].split()[0] == trial.split()[0]]
+    entry = " ".join(entries)
+    for bounds in re.findall(r"\d+ to \d+", expected):
+        assert bounds in entry
+    for longest in re.findall(r"at most \d+s", expected):
+        assert longest in (SCENARIO.section("VALUES") if longest == "at most 3600s" else entry)
+    assert re.search(r"\d", expected)
+
+
+def test_the_trials_try_every_word(everything):
+    tried = {trial.split()[0] for trial in TRIALS}
+    words = words_between(everything, r"a setting \(", r"\)") + words_between(everything, r"a step \(", r"\)")
+    assert set(words) - tried == {"ignore", "normal", "wait", "report", "greet", "send", "silence", "speak", "close",
+                                  "reset", "die"}  # a table of words each, a time, bytes or nothing
+
+
+WORD_TABLES = {
+    "STATE": re.findall(r'StateName\{\d+, "(\w+)"\}', source("sim/Status.h")),
+    "MOMENT": re.findall(r'MomentWord\{"(\w+)"', source("sim/ScenarioSteps.cpp")),
+    "COMMAND": re.findall(r'CommandWord\{"([\w-]+)"', source("sim/ScenarioSettings.cpp")),
+}
+
+
+@pytest.mark.parametrize("value", WORD_TABLES)
+def test_the_words_are_those_of_the_program(value):
+    entry = next(text for terms, text in SCENARIO.definitions("VALUES") if terms[0].strip("\0") == value)
+    named = entry.split(", or ")[1].rstrip(".").split(", ")
+    assert WORD_TABLES[value] and named == WORD_TABLES[value]
+
+
+def test_the_units_are_those_of_the_program():
+    units = re.findall(r'Unit\{"(\w+)",', source("sim/ScenarioWords.cpp"))
+    assert f"{', '.join(units[:-1])} or {units[-1]}:" in SCENARIO.section("VALUES")
+
+
+def test_the_defaults_are_those_of_the_document():
+    grammar = DOCUMENT[DOCUMENT.index("    setting   ="):DOCUMENT.index("    step      =")]
+    rules = re.findall(r'[|=] "([\w-]+)".*\((?:or after )?("?[\w ]+?"?)(?: apart)?\)$', grammar, re.M)
+    entries = SCENARIO.definitions("SETTINGS")
+    assert len(rules) > 12
+    for name, default in rules:
+        texts = [text for terms, text in entries if terms[0].split()[0] == name]
+        assert any(re.search(rf"\((or after )?{re.escape(default)}( apart)?\)\.", text) for text in texts), name
+
+
+def test_the_ready_scenarios_are_those_of_the_folder():
+    [table] = SCENARIO.tables("READY SCENARIOS")
+    named = [name for row in table[1:] for name in row[0].split(", ")]
+    assert sorted(named) == sorted(path.stem for path in (REPOSITORY / "sim/scenarios").iterdir())
+    in_document = re.findall(r"^\| (`[^|]+`) \| ([^|]+) \|$", DOCUMENT[DOCUMENT.index("### Ready scenarios"):], re.M)
+    assert [row for row in table[1:]] == [[cell.replace("`", "") for cell in row] for row in in_document]
+
+
+EXAMPLES = [text for title in ["DESCRIPTION", "EXAMPLES"] for text in SCENARIO.literals(title) if "corvane:" not in text]
+
+
+@pytest.mark.parametrize("text", EXAMPLES)
+def test_an_example_can_be_read(text, tmp_path):
+    # The status comes when the whole scenario has been read.
+    assert answer(f"refuse start 7\n{text}", tmp_path).returncode == 7
+
+
+def test_there_are_examples():
+    assert len(EXAMPLES) == 4
+
+
+def test_the_message_of_the_page_is_one_of_the_program(tmp_path):
+    [shown] = [squeezed(text) for text in SCENARIO.literals("DESCRIPTION") if "corvane:" in text]
+    said = squeezed(answer("\n\nbitrate fast", tmp_path).stderr)
+    assert said.replace(str(tmp_path / "scenario"), "file") == shown
+
+
+def test_the_way_it_plays_is_that_of_the_document():
+    document = DOCUMENT[DOCUMENT.index("### How it plays"):DOCUMENT.index("### Ready scenarios")].split("\n", 1)[1]
+    said = squeezed(re.sub(r"^- |`", "", document, flags=re.M))
+    assert SCENARIO.section("HOW IT PLAYS").removeprefix("HOW IT PLAYS ") == said
+
+
+def test_limits_of_the_document_stand_in_the_page():
+    assert "at most 1 MiB" in SCENARIO.section("DESCRIPTION")
+    assert one(r"kLargestScenarioBytes = (.*?);", "sim/Configuration.h") == "std::size_t{1024} * 1024"
