@@ -59,9 +59,10 @@ class Page:
         return self.text(self.sections[title])
 
     def tables(self, title):
-        """The tables of a section: rows of cells."""
-        return [[[self.text(cell) for cell in row] for row in table.iter("tr")]
-                for table in self.sections[title].iter("table") if "Bl-column" in table.get("class", "")]
+        """The tables of a section: rows of as many cells as the first has."""
+        tables = [[[self.text(cell) for cell in row] for row in table.iter("tr")]
+                  for table in self.sections[title].iter("table") if {"tbl", "Bl-column"} & {*table.get("class").split()}]
+        return [[row + [""] * (len(table[0]) - len(row)) for row in table] for table in tables]
 
     def literals(self, title):
         """What stands letter by letter in a section, line ends and all."""
