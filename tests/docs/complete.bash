@@ -4,8 +4,8 @@ while IFS= read -r line; do
     read -ra COMP_WORDS <<<"$line"
     [[ $line != *" " ]] || COMP_WORDS+=('')
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) COMP_LINE=$line COMP_POINT=${#line} COMPREPLY=()
-    words_of_rule=($(complete -p "${COMP_WORDS[0]}"))
-    "${words_of_rule[2]}" "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" ''
+    read -r _ _ function _ < <(complete -p "${COMP_WORDS[0]}")
+    "$function" "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" ''
     printf '%s' "$line"
     printf '\t%s' "${COMPREPLY[@]}"
     echo

@@ -338,6 +338,15 @@ def test_the_exit_statuses():
     assert "Status 0 does not say that the module is programmed." in FLASHER.section("EXIT STATUS")
 
 
+@pytest.mark.parametrize("state, status", [("Done", 0), ("Locked", 1), ("ErrEraseTimeout", 1)])
+def test_the_script_of_the_page_tells_done_from_the_rest(state, status, rehearsal):
+    _, out, _ = rehearsal.run(*UPLOAD, scenario=f"on upload\nstate Preparing\nstate {state}")
+    (rehearsal.work / "upload.log").write_text("\n".join(out))
+    [script] = [text.splitlines() for text in FLASHER.literals("EXIT STATUS")]
+    assert len(script) == 2 and script[0].startswith("dunmallow ") and script[0].endswith("| tee upload.log")
+    assert subprocess.run(["sh", "-c", script[1]], cwd=rehearsal.work, check=False).returncode == status
+
+
 def test_the_environment_is_what_the_program_asks_for():
     asked = {name for path in (REPOSITORY / "src").rglob("*.cpp")
              for name in re.findall(r'getenv\("(\w+)"\)', path.read_text())}

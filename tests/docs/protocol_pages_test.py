@@ -97,8 +97,8 @@ def test_the_states_are_those_of_the_code():
     rows = [row for row in PAGE.tables("MODES AND STATES")[1][1:] if row[0].isdigit()]
     assert [row[:3] for row in rows] == [[str(number), STATES[number], shown] for number, shown in
                                          zip(sorted(STATES), STATE_TEXTS)]
-    simulated = {int(number): name for number, name in re.findall(r'StateName\{(\d+), "(\w+)"\}', source("sim/Status.h"))}
-    assert simulated == STATES
+    simulated = re.findall(r'StateName\{(\d+), "(\w+)"\}', source("sim/Status.h"))
+    assert {int(number): name for number, name in simulated} == STATES
 
 
 def test_the_busy_states_are_those_of_the_code():

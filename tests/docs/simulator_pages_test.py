@@ -34,7 +34,8 @@ def test_the_options_are_those_of_the_usage_text():
                 re.findall(r"^  (-\w)(?: ([A-Z]+))?  +\S", USAGE, re.M)]
     in_page = [terms[0].replace("\0", "") for terms, _ in SERVER.definitions("DESCRIPTION")]
     assert in_page == in_usage
-    assert set(re.findall(r"-(\w)\b", SERVER.section("SYNOPSIS").replace("corvane-sim", ""))) == {name[1] for name in in_usage}
+    synopsis = SERVER.section("SYNOPSIS").replace("corvane-sim", "")
+    assert {f"-{letter}" for letter in re.findall(r"-(\w)\b", synopsis)} == {name[:2] for name in in_usage}
 
 
 def test_the_values_are_those_of_the_usage_text():
@@ -88,9 +89,10 @@ def test_the_structure_is_that_of_the_program(everything):
 
 # What cannot stand behind these words, and so has the server say what can.
 TRIALS = [
-    *(f"{name} wrong" for name in ["bitrate", "block", "bytes", "write-time", "prepare-time", "search-time", "erase-time",
-                                   "verify-time", "speed", "range", "idle", "listen-delay", "refuse start",
-                                   "payload-offset", "split", "coalesce", "process-id", "packet", "half", "exit"]),
+    *(f"{name} wrong" for name in ["bitrate", "block", "bytes", "write-time", "prepare-time", "search-time",
+                                   "erase-time", "verify-time", "speed", "range", "idle", "listen-delay",
+                                   "refuse start", "payload-offset", "split", "coalesce", "process-id", "packet",
+                                   "half", "exit"]),
     *(f'{name} ""' for name in ["application", "version", "version-label", "journal", "log"]),
     "repeat wrong", "split 5 pause wrong", "coalesce 5 within wrong", "state Idle progress wrong",
     "state Idle address wrong", "state Idle mode wrong",
@@ -156,7 +158,8 @@ def test_the_ready_scenarios_are_those_of_the_folder():
     assert [row for row in table[1:]] == [[cell.replace("`", "") for cell in row] for row in in_document]
 
 
-EXAMPLES = [text for title in ["DESCRIPTION", "EXAMPLES"] for text in SCENARIO.literals(title) if "corvane:" not in text]
+EXAMPLES = [text for title in ["DESCRIPTION", "EXAMPLES"] for text in SCENARIO.literals(title)
+            if "corvane:" not in text]
 
 
 @pytest.mark.parametrize("text", EXAMPLES)

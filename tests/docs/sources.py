@@ -61,7 +61,8 @@ class Page:
     def tables(self, title):
         """The tables of a section: rows of as many cells as the first has."""
         tables = [[[self.text(cell) for cell in row] for row in table.iter("tr")]
-                  for table in self.sections[title].iter("table") if {"tbl", "Bl-column"} & {*table.get("class").split()}]
+                  for table in self.sections[title].iter("table")
+                  if {"tbl", "Bl-column"} & {*table.get("class").split()}]
         return [[row + [""] * (len(table[0]) - len(row)) for row in table] for table in tables]
 
     def literals(self, title):
