@@ -1,0 +1,294 @@
+"""Commands, modes, states, byte tables and limits are the same in the code, in the simulated server, in the pages and in
+the Wireshark dissector. Each place is read by a function of its text; the last test shows that each is really read."""
+
+import functools
+import re
+import tempfile
+
+import pytest
+
+from captures import INFO, PROGRAMMING, UPLOAD
+from pages import table, tables
+from pcap import Segment
+from tshark import DISSECTOR, TREE, fields, places, values
+
+LIBRARY = ["src/Hardware/UploadTypes.h", "src/platform/linux/base/ProprietarySocketCommon.h"]
+NAMES = ["src/Hardware/UploadTypes.h", "src/Hardware/UploadNames.cpp"]
+DISSECTOR_NAME = str(DISSECTOR.relative_to(TREE))
+PAGE = "docs/protocol.md"
+MANUAL = "docs/man/dunmallow-protocol.7"
+PAGES = [page for page in (PAGE, MANUAL) if (TREE / page).exists()]
+
+
+def read(*paths):
+    return "\n".join((TREE / path).read_text(encoding="utf-8") for path in paths)
+
+
+def all_of(pattern, text):
+    found = re.findall(pattern, text, re.M)
+    assert found, pattern
+    return found
+
+
+# What each place says. All take the text of the place.
+
+def commands_of_code(text):
+    return {int(number): name for name, number in all_of(r"\b(Cmd\w+) = (\d+)[;,]", text)}
+
+
+def commands_of_simulator_log(text):
+    """Each row names its constant and a text; both must be the same."""
+    rows = all_of(r'CommandRow\{(\w+), "(\w+)"\}', text)
+    numbers = {name: number for number, name in commands_of_code(read("sim/Wire.h")).items()}
+    return {numbers[constant]: name for constant, name in rows}
+
+
+def commands_of_page(text):
+    return {int(number): name for number, name, *_ in table(text, "Commands", "command")}
+
+
+def headings_of_page(text):
+    headings = all_of(r'^(?:###|\.Ss) "?(\d+) `?(Cmd\w+)', text)
+    return {int(number): name for number, name in headings}
+
+
+def enumerators(text, name):
+    body = re.search(rf"enum {name} [^{{]*\{{([^}}]*)\}}", text)[1]
+    return {name: int(number) for name, number in all_of(r"(\w+) = (\d+)", body)}
+
+
+def modes_of_code(text):
+    """Number: name on the command line and on the screen."""
+    rows = all_of(r'ModeRow\{(\w+), "([^"]*)", "([^"]*)"\}', text)
+    numbers = enumerators(text, "TMode")
+    assert len(rows) == len(numbers)
+    return {numbers[constant]: (option, shown) for constant, option, shown in rows}
+
+
+def modes_of_page(text):
+    rows = table(text, "Modes and states", "mode")
+    return {int(number): (option, shown) for number, option, shown in rows if number != "other"}
+
+
+def states_of_code(text):
+    """Number: name and text on the screen."""
+    shown = dict(all_of(r'names\[(\w+)\] = "([^"]*)";', text))
+    numbers = enumerators(text, "TState")
+    assert shown.keys() == numbers.keys()
+    return {number: (name, shown[name]) for name, number in numbers.items()}
+
+
+def states_of_simulator(text):
+    return {int(number): name for number, name in all_of(r'StateName\{(\d+), "(\w+)"\}', text)}
+
+
+def states_of_page(text):
+    rows = table(text, "Modes and states", "state")
+    return {int(number): (name, shown) for number, name, shown, _ in rows if number.isdigit()}
+
+
+@functools.cache
+def value_names(text):
+    with tempfile.NamedTemporaryFile("w", suffix=".lua", encoding="utf-8") as script:
+        script.write(text)
+        script.flush()
+        return values(script.name)
+
+
+def values_of_dissector(text, field):
+    """The names for the values of a field, as tshark knows them once it has loaded a script with this text."""
+    return {int(number): name for number, name in all_of(rf"^V\tdunmallow\.{field}\t(\d+)\t(.*)$", value_names(text))}
+
+
+def commands_of_dissector(text):
+    return values_of_dissector(text, "command")
+
+
+def modes_of_dissector(text):
+    return values_of_dissector(text, "mode")
+
+
+def states_of_dissector(text):
+    return values_of_dissector(text, "state")
+
+
+def whole(rows):
+    return rows
+
+
+def names_of(rows):
+    return {number: name for number, (name, _) in rows.items()}
+
+
+def shown_of(rows):
+    return {number: shown for number, (_, shown) in rows.items()}
+
+
+PLACES = {
+    # reader, files, what of the code's rows stands there, a text in the last file whose change must be noticed
+    "commands": (commands_of_code, LIBRARY, [
+        (commands_of_code, ["sim/Wire.h"], whole, "1003"),
+        (commands_of_simulator_log, ["sim/Wire.cpp"], whole, '"CmdByte"'),
+        (commands_of_dissector, [DISSECTOR_NAME], whole, '"CmdByte"'),
+        *((commands_of_page, [page], whole, "1003") for page in PAGES),
+        *((headings_of_page, [page], whole, "1003") for page in PAGES),
+    ]),
+    "modes": (modes_of_code, NAMES, [
+        (modes_of_dissector, [DISSECTOR_NAME], shown_of, '"MT CAN"'),
+        *((modes_of_page, [page], whole, "MT CAN") for page in PAGES),
+    ]),
+    "states": (states_of_code, NAMES, [
+        (states_of_simulator, ["sim/Status.h"], names_of, "ErrHexFileOpen"),
+        (states_of_dissector, [DISSECTOR_NAME], shown_of, "Erasing FLASH"),
+        *((states_of_page, [page], whole, "Erasing FLASH") for page in PAGES),
+    ]),
+}
+ROWS = [(what, *row) for what, (_, _, rows) in PLACES.items() for row in rows]
+ROW_IDS = [f"{what}-{reader.__name__}-{files[-1]}" for what, reader, files, *_ in ROWS]
+
+
+@pytest.mark.parametrize("what, reader, files, part, _", ROWS, ids=ROW_IDS)
+def test_a_table_says_what_the_code_says(what, reader, files, part, _):
+    reader_of_code, files_of_code, _ = PLACES[what]
+    assert reader(read(*files)) == part(reader_of_code(read(*files_of_code)))
+
+
+def changed(files):
+    """The text of files with another number or another letter in each of the words of their rows."""
+    text = read(*files)
+    for word in {row[-1] for row in ROWS if row[2] == files}:
+        assert word in text
+        text = text.replace(word, word.replace("3", "4") if word.isdigit() else word.replace("A", "B").replace("e", "i"))
+    return text
+
+
+@pytest.mark.parametrize("_, reader, files, __, ___", ROWS, ids=ROW_IDS)
+def test_a_change_of_a_table_is_noticed(_, reader, files, __, ___):
+    try:
+        noticed = reader(changed(files)) != reader(read(*files))
+    except KeyError:  # a name that is nowhere declared
+        noticed = True
+    assert noticed
+
+
+@pytest.mark.parametrize("what, old, new", [
+    ("commands", "CmdByte = 1003", "CmdByte = 1013"), ("modes", "MTCAN = 1", "MTCAN = 9"), ("modes", '"MT CAN"', '"MTCAN"'),
+    ("modes", '"MTCAN"', '"mtcan"'), ("states", "Erasing = 4", "Erasing = 7"), ("states", '"Erasing FLASH"', '"Erasing"'),
+])
+def test_a_change_of_the_code_is_noticed(what, old, new):
+    reader, files, _ = PLACES[what]
+    text = read(*files)
+    assert old in text
+    assert reader(text.replace(old, new)) != reader(text)
+
+
+LIMITS = {
+    "port": [
+        ("src/app/FlasherOptions.h", r" port = (\w+);"), ("sim/CommandLine.h", r" port = (\w+);"),
+        (DISSECTOR_NAME, r'Pref.range\("TCP ports", "(\w+)"'), *((page, r"-q -i 0 -p (\w+)") for page in PAGES),
+    ],
+    "serial number that is not known": [
+        ("src/app/StatusBlock.cpp", r"kNoSerial = (\w+);"), ("src/Hardware/UploadTypes.h", r"; (0x\w+) and above: not known"),
+        (DISSECTOR_NAME, r"SERIAL_NOT_KNOWN = (\w+)"), *((page, r"; (0x\w+) \(\d+\) and above: not known") for page in PAGES),
+        *((page, r"; 0x\w+ \((\d+)\) and above: not known") for page in PAGES),
+    ],
+    "bytes of the header": [
+        (LIBRARY[1], r"kHeaderBytes = (\w+);"), ("sim/Wire.h", r"kHeaderBytes = (\w+);"),
+        (DISSECTOR_NAME, r"HEADER_BYTES = (\w+)"), *((page, r"these (\d+) header bytes") for page in PAGES),
+    ],
+    "bytes of a status": [
+        ("src/Hardware/UploadPackets.cpp", r"kStatusBytes = (\w+);"),
+        *((page, r"Fewer than (\d+) payload bytes: the packet is dropped") for page in PAGES),
+        (DISSECTOR_NAME, r'"CmdStatus", needs = \{ server = (\w+)'),
+    ],
+    "bytes before the path": [
+        ("src/Hardware/UploadPackets.cpp", r"kUploadFixedBytes = (\w+);"), ("sim/Wire.cpp", r"kUploadPathAt = (\w+);"),
+    ],
+}
+
+
+@pytest.mark.parametrize("what", LIMITS)
+def test_a_limit_is_the_same_everywhere(what):
+    found = {(path, pattern): all_of(pattern, re.sub(r"\s+", " ", read(path))) for path, pattern in LIMITS[what]}
+    assert len({int(number, 0) for numbers in found.values() for number in numbers}) == 1, found
+
+
+# What the pages say of bytes, and what the dissector does with them.
+
+SENDERS = {"client to server, and back as the answer": "CS", "client to server": "C", "server to client": "S"}
+FILTER_NAMES = {
+    "process id": "process_id", "N1": "name_length", "application name": "name", "N2": "version_length",
+    "N3": "version_label_length", "version label": "version_label", "device address": "address",
+    "serial number": "serial", "payload offset": "payload_offset",
+}
+
+
+def filter_name(field):
+    return FILTER_NAMES.get(field, field)
+
+
+SAMPLES = {
+    "CmdPing": ("C", "00 00 00 09 00 01 00 08 00"),
+    "CmdConnectionInfo": ("S", INFO),
+    "CmdStatus": ("S", PROGRAMMING),
+    "CmdByte": ("C", "00 00 00 09 03 EB 00 08 5A"),
+    "CmdUpload": ("C", UPLOAD),
+}
+SIZES = {"N1": 7, "N2": 3, "N3": 11, "path length": 11}  # in these samples
+
+
+def byte_tables(text):
+    """For each command that has one, the rows of its byte table: field, offset and bytes as they stand on the page."""
+    return {heading.split()[1]: [(field, offset, size) for offset, size, field, *_ in rows]
+            for heading, first, rows in tables(text) if first[:3] == ["payload offset", "bytes", "field"]}
+
+
+def evaluated(expression):
+    for name, size in SIZES.items():
+        expression = expression.replace(name, str(size))
+    return sum(int(number) for number in expression.split("+"))
+
+
+@pytest.fixture(scope="module", name="dissected")
+def fixture_dissected():
+    found = places([Segment(sender, bytes.fromhex(data)) for sender, data in SAMPLES.values()])
+    return dict(zip(SAMPLES, found))
+
+
+@pytest.mark.parametrize("page", PAGES)
+def test_fields_stand_where_the_page_says(page, dissected):
+    pages = byte_tables(read(page))
+    assert pages.keys() == SAMPLES.keys()
+    header = [row[:3] for row in table(read(page), "Packets", "offset")][:-1]
+    for command, rows in pages.items():
+        expected = {filter_name(field): (int(offset), int(size)) for offset, size, field in header}
+        expected |= {filter_name(field): (8 + evaluated(offset), evaluated(size)) for field, offset, size in rows}
+        expected.pop("end", None)  # the NUL has no field of its own
+        assert dissected[command] == expected, command
+
+
+def needs_of_page(text):
+    """For each command the sides that may send it, and how many bytes of payload it has to have."""
+    for number, name, direction, payload in table(text, "Commands", "command"):
+        found = re.match(r"(\d+) byte", payload)
+        fixed = int(byte_tables(text)[name][0][2]) if payload == "who the server is" else 0
+        yield int(number), SENDERS[direction], int(found[1]) if found else fixed
+
+
+@pytest.mark.parametrize("page", PAGES)
+def test_sender_and_size_are_checked_as_the_page_says(page):
+    segments, expected = [], []
+    for command, senders, needed in needs_of_page(read(page)):
+        for sender in "CS":
+            for size in range(11):
+                segments.append(Segment(sender, bytes([0, 0, 0, 8 + size, command >> 8, command & 255, 0, 8]) + bytes(size)))
+                # The answer to a ping may be anything.
+                short = sender in senders and size < needed and (command, sender) != (1, "S")
+                expected.append([str(command), "1" * short, "1" * (sender not in senders)])
+    assert len(segments) == 7 * 2 * 11
+    assert fields(segments, "dunmallow.command", "dunmallow.short_payload", "dunmallow.wrong_sender") == expected
+
+
+def test_the_manual_page_has_the_tables_of_the_page():
+    for page in PAGES:
+        assert [found[1:] for found in tables(read(page))] == [found[1:] for found in tables(read(PAGE))]
