@@ -102,6 +102,7 @@ CAPTURES = {
         "S 00 00 00 07 03 E8 00",
         f"S 00 00 00 00 {IDLE}",
         f"S {IDLE} 00 00 00 04 03 E9",
+        "S 00 00 00 03",
         f"S {IDLE}",
     ]),
     "length-too-long": ("nobody waits for 4 GiB, nor for one byte more than a MiB", [
@@ -159,6 +160,11 @@ CAPTURES = {
         f"C9 {UPLOAD}",
         f"C18 {UPLOAD}",
         f"S13 {IDLE}",
+        f"S16 {INFO}",
+        f"S2 {IDLE}",
+        "S8 00 00 00 14 03 E8 00 0C EE EE EE EE 01 05 32 2A 39 30 00 00",
+        "S10 00 00 00 14 03 E8 00 0C EE EE EE EE 01 05 32 2A 39 30 00 00",
+        "S10 00 00 00 0B 03 ED 00 09 01 02 03",
     ]),
 }
 

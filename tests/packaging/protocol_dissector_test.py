@@ -8,7 +8,7 @@ import pytest
 
 from captures import CAPTURES, FIRST_CLIENT_PORT, IDLE, INFO, PROGRAMMING, REQUEST, RESET, UPLOAD, all_segments
 from pcap import Segment, pcap
-from tshark import PROTOCOL, TREE, dissect, fields
+from tshark import PROTOCOL, TREE, dissect, fields, tshark
 
 GOLDEN = pathlib.Path(__file__).parent / "captures"
 CLIENT_STREAM = bytes.fromhex(f"{REQUEST} {RESET} {UPLOAD} 00 00 00 09 00 01 00 08 00 00 00 00 09 03 EB 00 08 5A")
@@ -54,6 +54,22 @@ def test_the_borders_of_segments_change_nothing(sender, stream, packets):
     assert sum(line.startswith(PROTOCOL) for line in whole) == packets
     for port, cut in zip(ports, cuts):
         assert dissected[port] == whole, cut
+
+
+def test_no_flipped_bit_and_no_cut_is_too_much():
+    """What the dissector says of them stands in the other tests; here it has to say something, and not to fail."""
+    segments, port = [], 42000  # above the server's: the lower port of a segment decides first, and many have a protocol
+    for sender, packet in (("C", UPLOAD), ("S", INFO), ("S", PROGRAMMING), ("C", REQUEST)):
+        data = bytes.fromhex(packet)
+        flipped = [data[:bit // 8] + bytes([data[bit // 8] ^ 1 << bit % 8]) + data[bit // 8 + 1:] for bit in range(8 * len(data))]
+        shorter = [bytes([0, 0, 0, size]) + data[4:size] for size in range(8, len(data))]
+        for number, changed in enumerate(flipped + shorter):
+            segments.append(Segment(sender, changed, port + number))
+        segments += [Segment(sender, data, port + len(flipped) + len(shorter) + kept, kept_bytes=kept) for kept in range(len(data))]
+        port += 1000
+    text = tshark(segments, "-O", "dunmallow")
+    assert text.count(f"\n{PROTOCOL}") > len(segments) // 2
+    assert not re.findall(r"(?i).*(?:lua error|malformed packet|dissector bug).*", text)
 
 
 def test_a_packet_of_the_longest_length_is_waited_for():
