@@ -290,5 +290,10 @@ def test_sender_and_size_are_checked_as_the_page_says(page):
 
 
 def test_the_manual_page_has_the_tables_of_the_page():
+    """But for the one about Wireshark, which is for people with the sources at hand."""
     for page in PAGES:
-        assert [found[1:] for found in tables(read(page))] == [found[1:] for found in tables(read(PAGE))]
+        assert protocol_tables(page) == protocol_tables(PAGE)
+
+
+def protocol_tables(page):
+    return [(first, rows) for _, first, rows in tables(read(page)) if first[0] != "filter"]
