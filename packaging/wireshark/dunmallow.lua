@@ -66,7 +66,7 @@ local field = {
     label = ProtoField.string("dunmallow.version_label", "Version label"),
 }
 
-local MALFORMED, UNKNOWN, SEQUENCE = expert.group.MALFORMED, expert.group.UNDECODED, expert.group.PROTOCOL
+local MALFORMED, UNDECODED, PROTOCOL = expert.group.MALFORMED, expert.group.UNDECODED, expert.group.PROTOCOL
 local ERROR, WARN, NOTE = expert.severity.ERROR, expert.severity.WARN, expert.severity.NOTE
 local problem = {
     length = ProtoExpert.new("dunmallow.bad_length", "The length is below 8: the link ends here", MALFORMED, ERROR),
@@ -80,14 +80,14 @@ local problem = {
         "The text is longer than what is left: it counts as empty, and so do those behind it", MALFORMED, WARN),
     pathEnd = ProtoExpert.new("dunmallow.bad_path_end", "The path must end with one NUL, the payload's last byte",
         MALFORMED, ERROR),
-    notCaptured = ProtoExpert.new("dunmallow.not_captured", "The packet is not whole in this capture", UNKNOWN, NOTE),
-    command = ProtoExpert.new("dunmallow.unknown_command", "Unknown command: it is reported and ignored", UNKNOWN, WARN),
+    notCaptured = ProtoExpert.new("dunmallow.not_captured", "The packet is not whole in this capture", UNDECODED, NOTE),
+    command = ProtoExpert.new("dunmallow.unknown_command", "Unknown command: it is reported and ignored", UNDECODED, WARN),
     sender = ProtoExpert.new("dunmallow.wrong_sender", "A command of the other side: it is reported and ignored",
-        SEQUENCE, WARN),
-    mode = ProtoExpert.new("dunmallow.unknown_mode", "Unknown mode", UNKNOWN, WARN),
-    state = ProtoExpert.new("dunmallow.unknown_state", "Unknown state", UNKNOWN, WARN),
+        PROTOCOL, WARN),
+    mode = ProtoExpert.new("dunmallow.unknown_mode", "Unknown mode", UNDECODED, WARN),
+    state = ProtoExpert.new("dunmallow.unknown_state", "Unknown state", UNDECODED, WARN),
     surplus = ProtoExpert.new("dunmallow.surplus_bytes", "Bytes behind those that the command needs are ignored",
-        SEQUENCE, NOTE),
+        PROTOCOL, NOTE),
 }
 proto.fields, proto.experts = field, problem
 
@@ -190,6 +190,22 @@ local function dissectPayload(layout, part, at)
     return table.concat(part.words, ", ")
 end
 
+-- The header, of which all 8 bytes are there. Returns the command's row or nil, its name, the payload offset and its item.
+local function dissectHeader(packet, sender, tree)
+    local command, offset = packet(4, 2):uint(), packet(6, 2):uint()
+    local row = COMMANDS[command]
+    local commandItem = tree:add(field.command, packet(4, 2))
+    local offsetItem = tree:add(field.payloadOffset, packet(6, 2))
+    if not row then commandItem:add_proto_expert_info(problem.command) end
+    if row and not row.needs[sender] then commandItem:add_proto_expert_info(problem.sender) end
+    if offset < HEADER_BYTES then offsetItem:add_proto_expert_info(problem.header) end
+    local extraBytes = math.min(offset, packet:len()) - HEADER_BYTES
+    if extraBytes > 0 and offset <= packet(0, 4):uint() then
+        tree:add(field.extraHeader, packet(HEADER_BYTES, extraBytes))
+    end
+    return row, row and row.name or ("unknown command %d"):format(command), offset, offsetItem
+end
+
 -- The packet in `packet`, of which the end is missing when the capture has cut it. Returns its text for the Info column.
 local function dissectPacket(packet, whole, sender, root)
     local tree = root:add(proto, packet)
@@ -197,27 +213,16 @@ local function dissectPacket(packet, whole, sender, root)
     if packet:len() >= 4 then tree:add(field.length, packet(0, 4)) end
     if packet:len() < HEADER_BYTES then return "header not captured" end
 
-    local command, offset = packet(4, 2):uint(), packet(6, 2):uint()
-    local row = COMMANDS[command]
-    local name = row and row.name or ("unknown command %d"):format(command)
+    local row, name, offset, offsetItem = dissectHeader(packet, sender, tree)
     tree:append_text(", " .. name)
-    local commandItem = tree:add(field.command, packet(4, 2))
-    local offsetItem = tree:add(field.payloadOffset, packet(6, 2))
-    if not row then commandItem:add_proto_expert_info(problem.command) end
-    if row and not row.needs[sender] then commandItem:add_proto_expert_info(problem.sender) end
-    if offset < HEADER_BYTES then offsetItem:add_proto_expert_info(problem.header) end
     if offset > packet(0, 4):uint() then
         offsetItem:add_proto_expert_info(problem.offset)
         return name .. " [payload outside]"
-    end
-    if offset > HEADER_BYTES then
-        tree:add(field.extraHeader, packet(HEADER_BYTES, math.min(offset, packet:len()) - HEADER_BYTES))
     end
     if not row then
         if offset < packet:len() then tree:add(field.payload, packet(offset)) end
         return name
     end
-
     local short = whole and packet:len() - offset < (row.needs[sender] or 0)
     if short then offsetItem:add_proto_expert_info(problem.short) end
     local words = dissectPayload(LAYOUTS[row.name], { packet = packet, whole = whole, tree = tree, words = {} }, offset)
@@ -228,7 +233,7 @@ end
 -- anew, so that a capture which begins within a packet becomes readable soon.
 local function showLost(range, reason, root)
     local tree = root:add(proto, range)
-    if range:len() >= 4 then tree:add(field.length, range(0, 4)):add_proto_expert_info(reason) end
+    tree:add(field.length, range(0, 4)):add_proto_expert_info(reason)
     tree:add(field.lost, range)
     return "wrong length"
 end
@@ -253,7 +258,7 @@ function proto.dissector(tvb, pinfo, root)
             or dissectPacket(range, size == length, sender, root)
         at = at + size
     end
-    if #summaries == 0 then return end
+    if #summaries == 0 then return end -- TCP says that the segment is a part of something
     pinfo.cols.protocol = "DUNMALLOW"
     pinfo.cols.info:clear() -- but for what an earlier call for the same segment has written
     local earlier = tostring(pinfo.cols.info)

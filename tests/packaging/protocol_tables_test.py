@@ -188,8 +188,9 @@ LIMITS = {
         (DISSECTOR_NAME, r'Pref.range\("TCP ports", "(\w+)"'), *((page, r"-q -i 0 -p (\w+)") for page in PAGES),
     ],
     "serial number that is not known": [
-        ("src/app/StatusBlock.cpp", r"kNoSerial = (\w+);"), ("src/Hardware/UploadTypes.h", r"; (0x\w+) and above: not known"),
-        (DISSECTOR_NAME, r"SERIAL_NOT_KNOWN = (\w+)"), *((page, r"; (0x\w+) \(\d+\) and above: not known") for page in PAGES),
+        ("src/app/StatusBlock.cpp", r"kNoSerial = (\w+);"), (LIBRARY[0], r"; (0x\w+) and above: not known"),
+        (DISSECTOR_NAME, r"SERIAL_NOT_KNOWN = (\w+)"),
+        *((page, r"; (0x\w+) \(\d+\) and above: not known") for page in PAGES),
         *((page, r"; 0x\w+ \((\d+)\) and above: not known") for page in PAGES),
     ],
     "bytes of the header": [
@@ -281,7 +282,8 @@ def test_sender_and_size_are_checked_as_the_page_says(page):
     for command, senders, needed in needs_of_page(read(page)):
         for sender in "CS":
             for size in range(11):
-                segments.append(Segment(sender, bytes([0, 0, 0, 8 + size, command >> 8, command & 255, 0, 8]) + bytes(size)))
+                header = bytes([0, 0, 0, 8 + size, command >> 8, command & 255, 0, 8])
+                segments.append(Segment(sender, header + bytes(size)))
                 # The answer to a ping may be anything.
                 short = sender in senders and size < needed and (command, sender) != (1, "S")
                 expected.append([str(command), "1" * short, "1" * (sender not in senders)])

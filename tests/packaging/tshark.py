@@ -34,7 +34,10 @@ def tshark(segments, *arguments):
         file.write(pcap(segments))
         file.flush()
         with started(["-n", "-r", file.name, *arguments]) as output:
-            return output.read().decode(errors="replace")
+            text = output.read().decode(errors="replace")
+    errors = re.findall(r".*(?:Lua Error|Malformed Packet|Dissector bug).*", text)
+    assert not errors, errors
+    return text
 
 
 def values(script):
