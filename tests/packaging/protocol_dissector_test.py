@@ -3,13 +3,14 @@
 import itertools
 import pathlib
 import re
+import shutil
 import subprocess
 
 import pytest
 
 from captures import CAPTURES, FIRST_CLIENT_PORT, IDLE, INFO, PROGRAMMING, REQUEST, RESET, UPLOAD, all_segments
 from pcap import Segment, pcap
-from tshark import PROTOCOL, TREE, dissect, fields, tshark
+from tshark import DISSECTOR, PROTOCOL, TREE, dissect, environment, fields, tshark
 
 GOLDEN = pathlib.Path(__file__).parent / "captures"
 CLIENT_STREAM = bytes.fromhex(f"{REQUEST} {RESET} {UPLOAD} 00 00 00 09 00 01 00 08 00 00 00 00 09 03 EB 00 08 5A")
@@ -129,17 +130,34 @@ def test_the_page_has_commands_and_filters():
     assert (len(COMMANDS), len(FILTERS)) == (1, 5)
 
 
-@pytest.mark.parametrize("command", [*COMMANDS, *(f"{COMMANDS[0]} -Y '{wanted}'" for wanted in FILTERS)])
-def test_what_the_page_tells_to_type_works(command, tmp_path):
+@pytest.fixture(name="shown")
+def fixture_shown(tmp_path):
+    """The numbers of the segments that a command shows of upload.pcapng; it runs in a folder like that of the sources."""
     reports = [IDLE, PROGRAMMING, "00 00 00 10 03 E8 00 08 01 64 00 2A 39 30 00 00", "00 00 00 08 03 E8 00 08"]
     segments = [Segment("C", bytes.fromhex(UPLOAD)), *(Segment("S", bytes.fromhex(report)) for report in reports)]
     (tmp_path / "upload.pcapng").write_bytes(pcap(segments))
     (tmp_path / "packaging").symlink_to(TREE / "packaging")
-    done = subprocess.run(command, shell=True, cwd=tmp_path, capture_output=True, text=True, timeout=120, check=True)
-    shown = [line.split()[0] for line in done.stdout.splitlines()]
+
+    def show(command):
+        done = subprocess.run(command, shell=True, cwd=tmp_path, env=environment(tmp_path), capture_output=True, text=True,
+                              timeout=120, check=True)
+        return [line.split()[0] for line in done.stdout.splitlines()]
+
+    return show
+
+
+@pytest.mark.parametrize("command", [*COMMANDS, *(f"{COMMANDS[0]} -Y '{wanted}'" for wanted in FILTERS)])
+def test_what_the_page_tells_to_type_works(command, shown):
     expected = {"dunmallow.command == 1004": ["1"], "dunmallow.state >= 100": ["4"],
                 "dunmallow.serial == 12345": ["1", "3", "4"], "_ws.expert && dunmallow": ["5"]}
-    assert shown == expected.get(command.split("'")[-2] if "'" in command else "", ["1", "2", "3", "4", "5"])
+    assert shown(command) == expected.get(command.split("'")[-2] if "'" in command else "", ["1", "2", "3", "4", "5"])
+
+
+def test_a_copy_among_the_plugins_is_loaded(shown, tmp_path):
+    [folder] = re.findall(r"A copy of the file in `~/([^`]+)` is loaded", PAGE)
+    (tmp_path / folder).mkdir(parents=True)
+    shutil.copy(DISSECTOR, tmp_path / folder)
+    assert shown("tshark -Y dunmallow.path -r upload.pcapng") == ["1"]
 
 
 if __name__ == "__main__":

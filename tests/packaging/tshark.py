@@ -15,13 +15,18 @@ DISSECTOR = TREE / "packaging" / "wireshark" / "dunmallow.lua"
 PROTOCOL = "CAN Flasher Protocol"
 
 
+def environment(home):
+    """Settings and plugins come from this home folder alone."""
+    others = {name: value for name, value in os.environ.items() if not name.startswith(("WIRESHARK_", "XDG_"))}
+    return {**others, "HOME": str(home), "LC_ALL": "C.UTF-8"}
+
+
 @contextlib.contextmanager
 def started(arguments, script=DISSECTOR):
     """tshark with the dissector, and with nobody's own settings and plugins. It must end well, with nothing to say."""
-    with tempfile.TemporaryDirectory() as settings, tempfile.TemporaryFile() as errors:
+    with tempfile.TemporaryDirectory() as home, tempfile.TemporaryFile() as errors:
         command = ["tshark", *arguments, "-X", f"lua_script:{script}"]
-        environment = {**os.environ, "WIRESHARK_CONFIG_DIR": settings, "LC_ALL": "C.UTF-8"}
-        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=errors, env=environment) as process:
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=errors, env=environment(home)) as process:
             yield process.stdout
         errors.seek(0)
         said = [line for line in errors.read().decode().splitlines() if not line.startswith("Running as user")]
