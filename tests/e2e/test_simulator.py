@@ -4,13 +4,15 @@ import os
 import pathlib
 import re
 import signal
+import subprocess
 
 import pytest
 
 import harness
 from harness import block, packet, wait_for
 
-SCENARIOS = pathlib.Path(__file__).resolve().parents[2] / "sim" / "scenarios"
+SOURCES = pathlib.Path(__file__).resolve().parents[2]
+SCENARIOS = SOURCES / "sim" / "scenarios"
 FAST = "speed 100; block 8"
 
 
@@ -192,6 +194,25 @@ def test_the_packets_between_both(flash, rig):
     sent = [entry.bytes for entry in entries if not entry.incoming]
     assert sent[0][4:6] == b"\x00\x02"  # the server's identity comes first
     assert packet(1000, bytes.fromhex("00 06 64 2a 39300000")) in sent
+
+
+def test_an_upload_is_watched_as_the_page_tells(flash, rig):
+    """docs/protocol.md: the server's journal becomes a capture, and the dissector has nothing to complain about."""
+    hex_file = sample(rig)
+    assert flash("normal", hex_file=hex_file, options=["-m", "MTCAN"]).wait() == 0
+    page = (SOURCES / "docs" / "protocol.md").read_text()
+    [convert] = re.findall(r"^    (text2pcap .*) /tmp/packets (?=upload.pcapng$)", page, re.M)
+    [show] = re.findall(r"^    (tshark .* -r upload.pcapng)$", page, re.M)
+    (rig.folder / "packaging").symlink_to(SOURCES / "packaging")
+    command = f"{convert} {rig.journal} upload.pcapng && {show} -T fields -e _ws.col.Info -e _ws.expert.message"
+    done = subprocess.run(["sh", "-c", command], cwd=rig.folder, env=rig.env, capture_output=True, text=True, check=True)
+    packets = done.stdout.splitlines()
+    assert packets[0].startswith("CmdConnectionInfo: process ")
+    wanted = ["CmdStatusRequest", "CmdStatus: ISO Style, Idle, 0 %, address 254, serial ---", "CmdStatusReset",
+              f"CmdUpload: MT CAN, address 42, serial 12345, {hex_file}"]
+    assert [packet for packet in packets if packet.removesuffix("\t") in wanted][:4] == [f"{line}\t" for line in wanted]
+    assert "CmdStatus: MT CAN, Done, 100 %, address 42, serial 12345\t" in packets
+    assert all(packet.endswith("\t") for packet in packets)
 
 
 def test_the_server_sees_requests_in_their_time(flash, rig):
