@@ -1,7 +1,6 @@
 """Tables of the pages about the protocol, written in Markdown or as a manual page."""
 
 import re
-import shlex
 
 
 def _markdown_row(line):
@@ -9,28 +8,22 @@ def _markdown_row(line):
     return [re.sub(r"[`*]|\[([^]]*)\]\([^)]*\)", lambda found: found[1] or "", cell).strip() for cell in cells]
 
 
-def _mdoc_row(line):
-    words = shlex.shlex(line.removeprefix(".It "), posix=True)
-    words.quotes, words.escape, words.commenters, words.whitespace_split = '"', "", "", True
-    cells = [[]]
-    for word in words:
-        if word == "Ta":
-            cells.append([])
-        elif word != "Sy":
-            cells[-1].append(word.replace(r"\(dq", '"'))
-    return [" ".join(words) for words in cells]
+def _tbl_rows(found):
+    """A table of tbl, its format lines left out, as lines of Markdown."""
+    rows = re.sub(r"T\{\n(.*?)\nT\}", r"\1", found[1].split(".\n", 1)[1], flags=re.S).splitlines()
+    cells = [row.replace(r"\(dq", '"').split("\t") for row in rows]
+    return "".join(f"| {' | '.join(row + [''] * (len(cells[0]) - len(row)))} |\n" for row in cells)
 
 
 def tables(text):
     """Heading above it, first row, and the other rows of each table; the rows as lists of cells without markup."""
     heading, rows = "", []
+    text = re.sub(r"^\.TS\n(.*?)^\.TE\n", _tbl_rows, text, flags=re.M | re.S)
     for line in [*text.splitlines(), ""]:
         if re.match(r"\.S[hs] |#+ ", line):
             heading = line.split(" ", 1)[1].replace("`", "").strip('"')
         if line.startswith("|") and not line.startswith("|--"):
             rows.append(_markdown_row(line))
-        elif line.startswith(".It ") and (rows or " Ta " in line):
-            rows.append(_mdoc_row(line))
         elif not line.startswith("|--") and rows:
             yield heading, rows[0], rows[1:]
             rows = []

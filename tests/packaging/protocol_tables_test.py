@@ -16,8 +16,7 @@ LIBRARY = ["src/Hardware/UploadTypes.h", "src/platform/linux/base/ProprietarySoc
 NAMES = ["src/Hardware/UploadTypes.h", "src/Hardware/UploadNames.cpp"]
 DISSECTOR_NAME = str(DISSECTOR.relative_to(TREE))
 PAGE = "docs/protocol.md"
-MANUAL = "docs/man/dunmallow-protocol.7"
-PAGES = [page for page in (PAGE, MANUAL) if (TREE / page).exists()]
+PAGES = [PAGE, "docs/man/dunmallow-protocol.7"]
 
 
 def read(*paths):
