@@ -524,7 +524,7 @@ def parse_arguments():
     parser = argparse.ArgumentParser(prog="soak", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("count", nargs="?", type=int, metavar="N")
     parser.add_argument("--seed", type=int, default=1, metavar="S")
-    parser.add_argument("--jobs", type=int, default=2 * os.cpu_count(), metavar="J")
+    parser.add_argument("--jobs", type=int, default=8 * os.cpu_count(), metavar="J")
     parser.add_argument("--first", action="store_true", help="end after the first run that is not as it should be")
     parser.add_argument("--build", default=str(HERE.parents[1] / "build" / "native"))
     parser.add_argument("--program", help="played instead of the build's")
