@@ -11,7 +11,7 @@ check_pie_supported(LANGUAGES CXX)
 
 add_library(dunmallow_options INTERFACE)
 target_compile_features(dunmallow_options INTERFACE cxx_std_20)
-target_include_directories(dunmallow_options INTERFACE "${PROJECT_SOURCE_DIR}/src")
+target_include_directories(dunmallow_options INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>")
 target_link_libraries(dunmallow_options INTERFACE Threads::Threads)
 # 64-bit file sizes and times also where `long` has 32 bits.
 target_compile_definitions(dunmallow_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
@@ -63,21 +63,24 @@ endfunction()
 
 # dunmallow_own_library(TARGET): what our own libraries have in common.
 function(dunmallow_own_library target)
-  target_link_libraries(${target} PUBLIC dunmallow_options PRIVATE dunmallow_own_code dunmallow_watched)
+  target_link_libraries(${target} PUBLIC dunmallow_options
+    PRIVATE $<BUILD_INTERFACE:dunmallow_own_code> $<BUILD_INTERFACE:dunmallow_watched>)
   if(DUNMALLOW_PRECOMPILE)
     dunmallow_precompile(${target} libraries <algorithm> <array> <atomic> <chrono> <cstdio> <filesystem> <functional>
       <iostream> <memory> <optional> <string> <string_view> <thread> <vector>)
   endif()
 endfunction()
 
-# dunmallow_add_library(NAME SOURCES ... HEADERS ... LINKS ...): one library per folder, its headers a file set.
+# dunmallow_add_library(NAME DESCRIPTION text SOURCES ... HEADERS ... LINKS ...): one library per folder, its headers a
+# file set.
 function(dunmallow_add_library name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "DESCRIPTION" "SOURCES;HEADERS;LINKS")
   add_library(${name} STATIC ${arg_SOURCES})
   add_library(dunmallow::${name} ALIAS ${name})
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}/src" FILES ${arg_HEADERS})
   target_link_libraries(${name} PUBLIC ${arg_LINKS})
   dunmallow_own_library(${name})
+  dunmallow_install_library(${name} "${arg_DESCRIPTION}" ${arg_LINKS})
 endfunction()
 
 # dunmallow_quick_compile(TARGET): for tests and their helpers, which are compiled more often than they run: no
