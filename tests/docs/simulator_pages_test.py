@@ -59,6 +59,28 @@ def test_the_exit_statuses_are_those_of_the_document():
     assert [terms[0] for terms, _ in SERVER.definitions("EXIT STATUS")] == re.findall(r"^\| (\d|other) \|", table, re.M)
 
 
+COMMAND = source("sim/corvane-sim.in")
+
+
+def test_the_texts_of_the_command_are_those_of_the_page():
+    texts = re.findall(r'fail "\$[\w/{}]+: (.*?)"', COMMAND)  # behind the path in question
+    assert sorted(terms[0] for terms, _ in SERVER.definitions("DIAGNOSTICS")) == sorted(texts)
+    assert sorted({*re.findall(r"\bexit (\d)", COMMAND)}) == ["1", "2"]
+    assert "status 0 when the root is laid out, with 1 when it is not, and with 2 after wrong" in SERVER.section("EXIT STATUS")
+
+
+def test_the_marks_that_a_path_may_hold_are_those_of_the_command():
+    [marks] = re.findall(r"tr -d 'A-Za-z0-9(\S+?)\\200", COMMAND)
+    assert f"{marks}-" in SERVER.section("DESCRIPTION") and f"digits and {marks}- only" in COMMAND
+
+
+def test_the_files_are_those_that_are_laid_out():
+    named = [terms[0] for terms, _ in SERVER.definitions("FILES")]
+    assert named == ["/usr/libexec/corvane-sim", "folder/.varnex/bin/corvane", "folder/.varnex/share/corvane/scenarios"]
+    installed = source("tests/install/files")
+    assert "\tlibexec/corvane-sim/bin/corvane\n" in installed and "\tlibexec/corvane-sim/share/corvane/scenarios/" in installed
+
+
 # corvane-scenario(5)
 
 def words_between(text, before, after):
