@@ -5,7 +5,7 @@ find_package(Threads REQUIRED)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
@@ -18,10 +18,11 @@ target_compile_definitions(dunmallow_options INTERFACE _FILE_OFFSET_BITS=64 _TIM
 # Immediate binding also spares the small thread stacks the lazy binder's register area.
 target_link_options(dunmallow_options INTERFACE -Wl,-z,relro,-z,now)
 
-# Never handed on: how strict the compiler is with somebody else's sources is their own choice.
+# Never handed on: how strict the compiler is with somebody else's sources is their own choice. In somebody else's build
+# a warning of a compiler that we have not met ends nothing.
 add_library(dunmallow_own_code INTERFACE)
 target_compile_options(dunmallow_own_code INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>
   -fstack-protector-strong -fstack-clash-protection)

@@ -66,11 +66,6 @@ def test_a_project_that_takes_us_in_installs_nothing_of_ours(taken_in, tmp_path)
     assert not (tmp_path / "prefix").exists()
 
 
-def test_a_project_that_takes_us_in_builds_no_program_of_ours_unasked(taken_in):
-    targets = command("ninja", "-C", taken_in, "-t", "query", "all").partition("outputs:")[0]
-    assert "toolsmisc-1" in targets and "bin/dunmallow" not in targets and "corvane" not in targets
-
-
 @pytest.mark.parametrize("way", ["found_by_cmake", "taken_in"])
 def test_a_project_gets_no_option_but_what_the_headers_need(request, way):
     commands = json.loads((request.getfixturevalue(way) / "compile_commands.json").read_text(encoding="utf-8"))
