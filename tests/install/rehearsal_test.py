@@ -132,20 +132,23 @@ def free_port():
 
 
 def rehearse(stage, folder, said, environment):
-    """Runs the command that corvane-sim printed, as an ordinary user; its exit status and output."""
+    """Runs the command that corvane-sim printed for folder/root, as an ordinary user; its exit status and output."""
     (folder / "fw.hex").write_text(command(REPOSITORY / "scripts/make-sample-hex", "4096"), encoding="utf-8")
     [line] = [line.strip() for line in said.splitlines() if line.startswith("    HOME=")]
     line = line.replace(" FILE ", f" {folder}/fw.hex ").replace("IDLE_SECONDS=30", "IDLE_SECONDS=1")
     search = f"{stage}/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+    # Where process names are not private, the next server is started when this one is gone.
+    end = f"start-stop-daemon --quiet --oknodo --stop --retry 5 --exec {folder}/root/.varnex/bin/corvane"
     done = subprocess.run([REPOSITORY / "tests/e2e/as-user", "env", f"PATH={search}", *environment, "sh", "-c",
-                           f"cd / && {line} -p {free_port()}"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=120, check=False)
+                           f"cd / && {line} -p {free_port()}; status=$?; {end}; exit $status"], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=120, check=False)
+    if "No private namespaces here" in done.stdout and "process already running" in done.stdout:
+        pytest.skip("a server that somebody else started, or that nobody waits for, has the name")
     return done.returncode, done.stdout
 
 
 def test_an_upload_is_rehearsed_with_what_is_installed(lay_out, stage, folder):
-    home = folder / "root"
-    said = lay_out(home).stdout
+    said = lay_out(folder / "root").stdout
     status, output = rehearse(stage, folder, said, ["CORVANE_SCENARIO=fast", f"CORVANE_JOURNAL={folder}/journal"])
     assert status == 0 and "state    Done" in output and "progress 100%" in output, output
     assert (folder / "journal").stat().st_size > 0
