@@ -71,7 +71,9 @@ local ERROR, WARN, NOTE = expert.severity.ERROR, expert.severity.WARN, expert.se
 local problem = {
     length = ProtoExpert.new("dunmallow.bad_length", "The length is below 8: the link ends here", MALFORMED, ERROR),
     tooLong = ProtoExpert.new("dunmallow.too_long", "The length is beyond all reason", MALFORMED, ERROR),
-    offset = ProtoExpert.new("dunmallow.bad_offset", "The payload offset points outside the packet: it is dropped",
+    noHeader = ProtoExpert.new("dunmallow.no_header",
+        "No header of a packet: unknown command, odd payload offset, and not all of it is here", MALFORMED, ERROR),
+    offset = ProtoExpert.new("dunmallow.bad_offset", "The payload offset points outside the packet: there is no payload",
         MALFORMED, ERROR),
     header = ProtoExpert.new("dunmallow.offset_in_header", "The payload offset points into the header", MALFORMED, WARN),
     short = ProtoExpert.new("dunmallow.short_payload", "The payload is too short for its command: the packet is dropped",
@@ -229,40 +231,63 @@ local function dissectPacket(packet, whole, sender, root)
     return name .. (words == "" and "" or ": " .. words) .. (short and " [payload too short]" or "")
 end
 
+-- Why the packet of this length that begins at `at` cannot be one, or nil. Bytes out of the middle of a packet may look
+-- like a length for which one would wait long; so a packet is waited for only when the rest of its header may be one.
+local function reasonAgainst(tvb, at, length, mayWait)
+    if length < HEADER_BYTES then return problem.length end
+    if length > proto.prefs.longest then return problem.tooLong end
+    local left = tvb:len() - at
+    if not mayWait or left < HEADER_BYTES or left >= length then return nil end
+    local known = COMMANDS[tvb(at + 4, 2):uint()]
+    return not known and tvb(at + 6, 2):uint() ~= HEADER_BYTES and problem.noHeader or nil
+end
+
 -- Nothing can be found again behind a wrong length: the rest of the segment is shown as it is. The next segment is tried
 -- anew, so that a capture which begins within a packet becomes readable soon.
 local function showLost(range, reason, root)
     local tree = root:add(proto, range)
     tree:add(field.length, range(0, 4)):add_proto_expert_info(reason)
     tree:add(field.lost, range)
-    return "wrong length"
+    return reason == problem.noHeader and "wrong header" or "wrong length"
 end
 
-function proto.dissector(tvb, pinfo, root)
+-- What TCP shall append before the rest from `at` on is looked at again.
+local function waitFor(tvb, pinfo, at, length)
+    local left = tvb:len() - at
+    pinfo.desegment_offset = at
+    pinfo.desegment_len = left < HEADER_BYTES and DESEGMENT_ONE_MORE_SEGMENT or length - left
+end
+
+-- The packets of a segment, or of several that TCP has put together. Returns their texts for the Info column.
+local function dissectPackets(tvb, pinfo, root)
     local sender = pinfo.src_port == pinfo.match and "server" or "client"
     local mayWait = pinfo.can_desegment > 0
     local summaries, at = {}, 0
-    while at < tvb:len() do
+    while at < tvb:reported_len() do -- of which the capture may lack the end
         local left = tvb:len() - at
         local length = left >= 4 and tvb(at, 4):uint()
-        local wrong = length and (length < HEADER_BYTES and problem.length
-            or length > proto.prefs.longest and problem.tooLong)
-        if mayWait and not wrong and not (length and length <= left) then
-            pinfo.desegment_offset = at
-            pinfo.desegment_len = length and length - left or DESEGMENT_ONE_MORE_SEGMENT
+        local wrong = length and reasonAgainst(tvb, at, length, mayWait)
+        local whole = length and not wrong and length <= left
+        if mayWait and not wrong and not whole then
+            waitFor(tvb, pinfo, at, length)
             break
         end
-        local size = wrong and left or math.min(length or left, left)
-        local range = tvb(at, size)
-        summaries[#summaries + 1] = wrong and showLost(range, wrong, root)
-            or dissectPacket(range, size == length, sender, root)
-        at = at + size
+        local range = tvb(at, whole and length or left)
+        summaries[#summaries + 1] = wrong and showLost(range, wrong, root) or dissectPacket(range, whole, sender, root)
+        if not whole then break end
+        at = at + length
     end
+    return summaries
+end
+
+function proto.dissector(tvb, pinfo, root)
+    local summaries = dissectPackets(tvb, pinfo, root)
     if #summaries == 0 then return end -- TCP says that the segment is a part of something
     pinfo.cols.protocol = "DUNMALLOW"
-    pinfo.cols.info:clear() -- but for what an earlier call for the same segment has written
+    pinfo.cols.info:clear() -- but for what an earlier call for the same segment, or TCP, has written
     local earlier = tostring(pinfo.cols.info)
-    pinfo.cols.info:append((earlier == "" and "" or "; ") .. table.concat(summaries, "; "))
+    local border = (earlier == "" or earlier:find(" $")) and "" or "; "
+    pinfo.cols.info:append(border .. table.concat(summaries, "; "))
 end
 
 -- `Decode As` finds the protocol too, since it stands in the table of TCP ports.

@@ -105,6 +105,18 @@ CAPTURES = {
         "S 00 00 00 03",
         f"S {IDLE}",
     ]),
+    "begins-within-a-packet": ("nobody waits for what looks like a length, but is followed by no header", [
+        "C 00 00 2F 74 6D 70 2F 66 77 2E 68 65 78 00",
+        f"C {REQUEST}",
+        "S 32 2A 39 30 00 00",
+        f"S {IDLE}",
+    ]),
+    "unknown-command-split": ("is waited for, and so is a payload that starts elsewhere", [
+        "S 00 00 00 0B 03 ED 00 08 01",
+        "S 02 03",
+        "S 00 00 00 13 03 E8 00 0A EE",
+        "S EE 01 05 32 2A 39 30 00 00 77",
+    ]),
     "length-too-long": ("nobody waits for 4 GiB, nor for one byte more than a MiB", [
         "S FF FF FF FF 03 E8 00 08 00 01",
         "S 00 10 00 01 03 E8 00 08 00 01",
@@ -115,6 +127,7 @@ CAPTURES = {
         "S 00 00 00 10 03 E8 FF FF 01 05 32 2A 39 30 00 00",
         "C 00 00 00 0A 03 E9 00 0A EE EE",
         "S 00 00 00 10 03 E8 00 10 01 05 32 2A 39 30 00 00",
+        "S 00 00 00 09 00 01 00 0A 00",
     ]),
     "offset-in-header": ("the client reads from there, so this shows what it takes for the payload", [
         "S 00 00 00 10 03 E8 00 00 01 05 32 2A 39 30 00 00",
@@ -165,6 +178,7 @@ CAPTURES = {
         "S8 00 00 00 14 03 E8 00 0C EE EE EE EE 01 05 32 2A 39 30 00 00",
         "S10 00 00 00 14 03 E8 00 0C EE EE EE EE 01 05 32 2A 39 30 00 00",
         "S10 00 00 00 0B 03 ED 00 09 01 02 03",
+        f"C8 {RESET} {UPLOAD}",
     ]),
 }
 

@@ -12,12 +12,15 @@ ACK_PUSH = 0x18
 
 @dataclasses.dataclass
 class Segment:
-    """What one side (C: client, S: server) sent at once. Of the whole record `kept_bytes` of the data are captured."""
+    """What one side (C: client, S: server) sent at once. Of the data `kept_bytes` are captured, all by default; nothing at
+    all when the segment is `lost` to the capture. Data that is sent `again` is that of the side's segment before."""
     sender: str
     data: bytes
     client_port: int = 50000
     server_port: int = SERVER_PORT
     kept_bytes: int | None = None
+    lost: bool = False
+    again: bool = False
 
 
 def _headers(segment, sequence, acknowledged):
@@ -37,8 +40,11 @@ def pcap(segments):
     sent = {}
     for number, segment in enumerate(segments):
         mine, other = ((segment.client_port, side) for side in (segment.sender, "SC"["SC".index(segment.sender) - 1]))
-        record = _headers(segment, sent.get(mine, FIRST_SEQUENCE), sent.get(other, FIRST_SEQUENCE)) + segment.data
-        sent[mine] = sent.get(mine, FIRST_SEQUENCE) + len(segment.data)
+        sequence = sent.get(mine, FIRST_SEQUENCE) - (len(segment.data) if segment.again else 0)
+        record = _headers(segment, sequence, sent.get(other, FIRST_SEQUENCE)) + segment.data
+        sent[mine] = sequence + len(segment.data)
+        if segment.lost:
+            continue
         kept = len(record) if segment.kept_bytes is None else 40 + segment.kept_bytes
         out += [struct.pack("<IIII", number // 1000, number % 1000 * 1000, kept, len(record)), record[:kept]]
     return b"".join(out)

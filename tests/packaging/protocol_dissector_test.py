@@ -87,6 +87,7 @@ SETTINGS = {
     # options, what is seen on the ports 41265, 5000, 6005
     "the_port_that_the_flasher_takes": ((), ["1001", "", ""]),
     "other_ports": (("-o", "dunmallow.ports:5000,6000-6010"), ["", "1001", "1001"]),
+    "no_port_but_decode_as": (("-o", "dunmallow.ports:", "-d", "tcp.port==5000,dunmallow"), ["", "1001", ""]),
     "decode_as": (("-d", "tcp.port==5000,dunmallow"), ["1001", "1001", ""]),
 }
 
@@ -112,6 +113,24 @@ def test_without_reassembly_the_beginning_is_shown():
                   "dunmallow.length", "dunmallow.serial", "dunmallow.path", "_ws.expert.message",
                   options=("-o", "tcp.desegment_tcp_streams:FALSE"))
     assert read == [["26", "12345", "", "The packet is not whole in this capture"], ["16", "4294967295", "", ""]]
+
+
+def test_what_tcp_repeats_is_no_packet_and_what_is_lost_hides_none():
+    request, upload = bytes.fromhex(REQUEST), bytes.fromhex(UPLOAD)
+    segments = [
+        Segment("C", request), Segment("C", request, again=True),
+        Segment("C", upload[:12]), Segment("C", upload[:12], again=True),
+        Segment("C", upload[12:]), Segment("C", upload[12:], again=True),
+        Segment("C", upload, lost=True), Segment("C", request),
+        Segment("C", upload[:12]), Segment("C", upload[12:], lost=True), Segment("C", request),
+        Segment("C", upload[:12], lost=True), Segment("C", upload[12:]), Segment("C", request),
+    ]
+    read = fields(segments, "dunmallow.command", "_ws.col.Info")
+    summary = "CmdUpload: MT CAN, address 42, serial 12345, /tmp/fw.hex"
+    before = "[TCP Previous segment not captured] "
+    assert [row if row[0] else row[0] for row in read] == [
+        ["1001", "CmdStatusRequest"], "", "", "", ["1004", summary], "", ["1001", before + "CmdStatusRequest"],
+        "", ["1001", before + "CmdStatusRequest"], "", ["1001", "CmdStatusRequest"]]
 
 
 def test_fields_can_be_filtered_for():

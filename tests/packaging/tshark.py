@@ -52,10 +52,10 @@ def values(script):
 
 
 def fields(segments, *names, options=()):
-    """One list of the values of fields for each segment; several values of one field are separated by commas."""
+    """One list of the values of fields for each captured segment; several values of one field are separated by commas."""
     wanted = [word for name in names for word in ("-e", name)]
     lines = tshark(segments, *options, "-T", "fields", *wanted).split("\n")[:-1]
-    assert len(lines) == len(segments), lines
+    assert len(lines) == sum(not segment.lost for segment in segments), lines
     return [line.split("\t") for line in lines]
 
 
