@@ -32,7 +32,9 @@ def all_of(pattern, text):
 # What each place says. All take the text of the place.
 
 def commands_of_code(text):
-    return {int(number): name for name, number in all_of(r"\b(Cmd\w+) = (\d+)[;,]", text)}
+    rows = all_of(r"\b(Cmd\w+) = (\d+)[;,]", text)
+    assert [name for name, _ in rows] == all_of(r"\b(Cmd\w+) *[={]", text), "a command that is written in another way"
+    return {int(number): name for name, number in rows}
 
 
 def commands_of_simulator_log(text):
@@ -52,8 +54,9 @@ def headings_of_page(text):
 
 
 def enumerators(text, name):
-    body = re.search(rf"enum {name} [^{{]*\{{([^}}]*)\}}", text)[1]
-    return {name: int(number) for name, number in all_of(r"(\w+) = (\d+)", body)}
+    rows = re.search(rf"enum {name} [^{{]*\{{([^}}]*?),?\s*\}}", text)[1].split(",")
+    assert all(re.fullmatch(r"\s*\w+ = \d+", row) for row in rows), rows
+    return {name: int(number) for name, number in (row.split(" = ") for row in map(str.strip, rows))}
 
 
 def modes_of_code(text):
@@ -168,6 +171,18 @@ def test_a_change_of_a_table_is_noticed(_, reader, files, __, ___):
     except KeyError:  # a name that is nowhere declared
         noticed = True
     assert noticed
+
+
+@pytest.mark.parametrize("what, old, new", [
+    ("commands", "CmdByte = 1003;", "CmdByte{1003};"), ("modes", "Global = 3 }", "Global = 3, Other }"),
+    ("states", "Format = 105\n", "Format = 105,\n    ErrOther\n"), ("states", "Idle = 1,", "Idle = 0x1,"),
+])
+def test_a_row_of_the_code_that_cannot_be_read_is_noticed(what, old, new):
+    reader, files, _ = PLACES[what]
+    text = read(*files)
+    assert old in text
+    with pytest.raises(AssertionError):
+        reader(text.replace(old, new))
 
 
 @pytest.mark.parametrize("what, old, new", [
