@@ -1,7 +1,11 @@
 """Captures, byte by byte: why each is there, and its segments. C is the client, S the server; a number behind the letter
-tells how many bytes of the segment the capture kept. What tshark makes of them stands in captures/NAME.txt."""
+tells how many bytes of the segment the capture kept. What tshark makes of them stands in captures/NAME.txt. Called as a
+program it writes each as NAME.pcap into the folder that it is given, to be opened with Wireshark."""
 
-from pcap import Segment
+import pathlib
+import sys
+
+from pcap import Segment, pcap
 
 FIRST_CLIENT_PORT = 50000
 
@@ -193,3 +197,9 @@ def segments(name, client_port):
 def all_segments():
     """Name and segment of all captures: each is a connection of its own."""
     return [(name, segment) for port, name in enumerate(CAPTURES, FIRST_CLIENT_PORT) for segment in segments(name, port)]
+
+
+if __name__ == "__main__":
+    for file_name in CAPTURES:
+        data = pcap(segments(file_name, FIRST_CLIENT_PORT))
+        pathlib.Path(sys.argv[1], f"{file_name}.pcap").write_bytes(data)

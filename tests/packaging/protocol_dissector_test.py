@@ -5,6 +5,7 @@ import pathlib
 import re
 import shutil
 import subprocess
+import sys
 
 import pytest
 
@@ -39,6 +40,14 @@ def test_a_capture_reads_as_written_down(dissected, name):
 
 def test_each_text_has_its_capture():
     assert {path.stem for path in GOLDEN.iterdir()} == set(CAPTURES)
+
+
+def test_the_captures_can_be_had_as_files(tmp_path):
+    script = pathlib.Path(__file__).with_name("captures.py")
+    subprocess.run([sys.executable, script, tmp_path], check=True, timeout=120)
+    assert {path.name for path in tmp_path.iterdir()} == {f"{name}.pcap" for name in CAPTURES}
+    written = (tmp_path / "joined.pcap").read_bytes()
+    assert written[:4] == bytes.fromhex("D4 C3 B2 A1") and bytes.fromhex(f"{RESET} {UPLOAD}") in written
 
 
 @pytest.mark.parametrize("sender, stream, packets", [("C", CLIENT_STREAM, 5), ("S", SERVER_STREAM, 4)],
