@@ -74,7 +74,7 @@ Bytes connectionInfoPayload(const Identity& identity) {
 }
 
 std::optional<UploadRequest> parseUpload(std::span<const std::uint8_t> payload) {
-    if (payload.size() <= kUploadPathAt) return std::nullopt;
+    if (payload.size() < kUploadPathAt + 2) return std::nullopt;  // a path is one byte at least, and its NUL
     const auto text = payload.subspan(kUploadPathAt);
     if (std::find(text.begin(), text.end(), 0) != text.end() - 1) return std::nullopt;
     UploadRequest request;

@@ -50,7 +50,8 @@ struct UploadRequest {
     std::string path;
 };
 
-/// Reads the payload of CmdUpload. None when it is too short, or when its one NUL is not its last byte.
+/// Reads the payload of CmdUpload. None when it ends before the path, when the path is empty, or when
+/// its one NUL is not its last byte.
 std::optional<UploadRequest> parseUpload(std::span<const std::uint8_t> payload);
 
 }  // namespace sim

@@ -75,14 +75,15 @@ TEST_P(SimBadUpload, IsDropped) { EXPECT_FALSE(sim::parseUpload(bytes(GetParam()
 INSTANTIATE_TEST_SUITE_P(Rows, SimBadUpload,
                          testing::Values(BadUpload{"empty", ""}, BadUpload{"serialCutOff", "01 2a 39 30 00"},
                                          BadUpload{"noPathAtAll", "01 2a 39 30 00 00"},
+                                         BadUpload{"emptyPath", "01 2a 39 30 00 00 00"},
                                          BadUpload{"noNul", "01 2a 39 30 00 00 2f 61"},
                                          BadUpload{"nulInsideThePath", "01 2a 39 30 00 00 2f 00 61 00"}),
                          [](const auto& row) { return std::string(row.param.why); });
 
-TEST(SimUploadRequest, MayHaveAnEmptyPath) {
-    const auto request = sim::parseUpload(bytes("00 00 00 00 00 00 00"));
+TEST(SimUploadRequest, MayHaveAPathOfOneByte) {
+    const auto request = sim::parseUpload(bytes("00 00 00 00 00 00 2f 00"));
     ASSERT_TRUE(request);
-    EXPECT_EQ(request->path, "");
+    EXPECT_EQ(request->path, "/");
 }
 
 }  // namespace
