@@ -286,7 +286,7 @@ function proto.dissector(tvb, pinfo, root)
     pinfo.cols.protocol = "DUNMALLOW"
     pinfo.cols.info:clear() -- but for what an earlier call for the same segment, or TCP, has written
     local earlier = tostring(pinfo.cols.info)
-    local border = (earlier == "" or earlier:find(" $")) and "" or "; "
+    local border = (earlier == "" or earlier:find("%] $")) and "" or "; "
     pinfo.cols.info:append(border .. table.concat(summaries, "; "))
 end
 
