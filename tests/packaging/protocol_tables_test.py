@@ -210,6 +210,7 @@ LIMITS = {
     "bytes of the header": [
         (LIBRARY[1], r"kHeaderBytes = (\w+);"), ("sim/Wire.h", r"kHeaderBytes = (\w+);"),
         (DISSECTOR_NAME, r"HEADER_BYTES = (\w+)"), *((page, r"these (\d+) header bytes") for page in PAGES),
+        *((page, r"header bytes included; at least (\d+)") for page in PAGES),
     ],
     "bytes of a status": [
         ("src/Hardware/UploadPackets.cpp", r"kStatusBytes = (\w+);"),
@@ -226,6 +227,16 @@ LIMITS = {
 def test_a_limit_is_the_same_everywhere(what):
     found = {(path, pattern): all_of(pattern, re.sub(r"\s+", " ", read(path))) for path, pattern in LIMITS[what]}
     assert len({int(number, 0) for numbers in found.values() for number in numbers}) == 1, found
+
+
+@pytest.mark.parametrize("page", PAGES)
+def test_the_longest_packet_is_an_upload_with_the_longest_path(page):
+    text = re.sub(r"\s+", " ", read(page))
+    [longer] = all_of(r"The payload is (\d+) bytes longer than the path", text)
+    [[path, packet]] = all_of(r"with a path of (\d+) bytes: (\d+) bytes", text)
+    [before] = all_of(r"kUploadFixedBytes = (\d+);", read("src/Hardware/UploadPackets.cpp"))
+    assert int(longer) == int(before) + len("\0")
+    assert int(packet) == 8 + int(path) + int(longer)
 
 
 # What the pages say of bytes, and what the dissector does with them.
@@ -279,7 +290,27 @@ def test_fields_stand_where_the_page_says(page, dissected):
         expected = {filter_name(field): (int(offset), int(size)) for offset, size, field in header}
         expected |= {filter_name(field): (8 + evaluated(offset), evaluated(size)) for field, offset, size in rows}
         expected.pop("end", None)  # the NUL has no field of its own
-        assert dissected[command] == expected, command
+        assert {name: place for name, (*place, _) in dissected[command].items()} == {
+            name: [*place] for name, place in expected.items()}, command
+
+
+def byte_orders(text):
+    """Field and byte order of each number on the page of which the page tells the order."""
+    for _, first, rows in tables(text):
+        if "field" in first:
+            for row in rows:
+                yield from ((filter_name(row[2]), order) for order in re.findall("(big|little)-endian", " ".join(row)))
+
+
+@pytest.mark.parametrize("page", PAGES)
+def test_numbers_have_the_byte_order_that_the_page_says(page, dissected):
+    orders = set(byte_orders(read(page)))
+    assert sorted(name for name, _ in orders) == ["command", "length", "payload_offset", "process_id", "serial"]
+    for name, order in orders:
+        for command in [command for command in SAMPLES if name in dissected[command]]:
+            start, size, shown = dissected[command][name]
+            data = bytes.fromhex(SAMPLES[command][1])[start:start + size]
+            assert int(shown) == int.from_bytes(data, order), (command, name)
 
 
 def needs_of_page(text):

@@ -60,11 +60,11 @@ def fields(segments, *names, options=()):
 
 
 def places(segments):
-    """Offset in the packet and number of bytes of each of the protocol's fields, for each segment with one packet."""
+    """Offset in the packet, number of bytes and value of each of the protocol's fields, for each segment with one packet."""
     for frame in xml.etree.ElementTree.fromstring(tshark(segments, "-T", "pdml")).iter("packet"):
         packet = frame.find("proto[@name='dunmallow']")
         start = int(packet.get("pos"))
-        yield {field.get("name").removeprefix("dunmallow."): (int(field.get("pos")) - start, int(field.get("size")))
+        yield {field.get("name").removeprefix("dunmallow."): (int(field.get("pos")) - start, int(field.get("size")), field.get("show"))
                for field in packet.iter("field")}
 
 
