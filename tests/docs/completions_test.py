@@ -139,6 +139,18 @@ CASES = {
     "dunmallow -a ": ("an address is the user's to know", set()),
     "dunmallow -n ": ("a serial number is, too", set()),
     "dunmallow -x": ("no such option", set()),
+    "dunmallow -vu a.hex ": ("none twice that shares a word", EVERY_OPTION - {"-v", "-u"}),
+    "dunmallow -ua.hex ": ("none twice that has its value in the same word", EVERY_OPTION - {"-u"}),
+    "dunmallow -- ": ("nothing behind the end of the options", set()),
+    "dunmallow -v -- -": ("no option either", set()),
+    "dunmallow -h ": ("nothing behind an option that ends the program", set()),
+}
+
+# Where zsh takes a word for what it looks like.
+BASH_CASES = {
+    "dunmallow a.hex -m N": ("options behind an operand are options still", {"NewModule"}),
+    "dunmallow -u -m ": ("what looks like an option is a value here", EVERY_OPTION - {"-u"}),
+    "dunmallow -u -- ": ("so is what looks like the end of the options", EVERY_OPTION - {"-u"}),
 }
 
 
@@ -150,6 +162,12 @@ def offered(shell):
 @pytest.mark.parametrize("line", CASES, ids=[why for why, _ in CASES.values()])
 def test_offers(offered, line):
     assert offered[line] == CASES[line][1]
+
+
+@pytest.mark.parametrize("line", BASH_CASES, ids=[why for why, _ in BASH_CASES.values()])
+def test_offers_of_bash(shell, line):
+    if shell.name == "bash":
+        assert offers(shell, [line])[line] == BASH_CASES[line][1]
 
 
 def test_a_terminal_without_can_interfaces_offers_four(shell):
@@ -164,6 +182,11 @@ def test_a_terminal_without_can_interfaces_offers_four(shell):
 
 
 TABS = {
+    "dunmallow -u U": ("an ending of the other case", ["dunmallow", "-u", "UPPER.HEX"]),
+    "dunmallow -vmG": ("a mode behind a flag in one word", ["dunmallow", "-vmGlobal"]),
+    "dunmallow -v -- -": ("nothing behind the end of the options", ["dunmallow", "-v", "--", "-"]),
+    "dunmallow -m m": ("nothing that the program does not know", ["dunmallow", "-m", "m"]),
+    "dunmallow -u 'b": ("the other quotes", ["dunmallow", "-u", "b c.hex"]),
     "dunmallow -m MT": ("a mode", ["dunmallow", "-m", "MTCAN"]),
     "dunmallow -mMT": ("a mode without a blank before it", ["dunmallow", "-mMTCAN"]),
     "dunmallow -u a": ("a file", ["dunmallow", "-u", "a.hex"]),
