@@ -83,6 +83,40 @@ def test_the_bounds_are_those_of_the_program():
     assert f"0 to {address}." in OPTION_ENTRIES["a"][2]
 
 
+def test_the_first_serial_number_that_is_not_shown():
+    first = int(one(r"kNoSerial = (0x\w+);", "src/app/StatusBlock.cpp"), 16)
+    assert f"any from {first} on, is shown as" in FLASHER.section("DESCRIPTION")
+
+
+# What the page says of a command line: the words, what the usage text shows for them, and the sentence.
+READ = {
+    "a value in the word of its option": (["-ufw.hex", "-h"], "hexfile         'fw.hex'", "or without one"),
+    "a flag in the word of an option": (["-vu", "fw.hex", "-h"], "hexfile         'fw.hex'", "may share a word"),
+    "twice": (["-p", "2000", "-p", "3000", "-h"], "portnum         3000", "A later option overrides an earlier one."),
+    "an operand": (["x", "-i", "1", "-h"], "interface       CAN1", "Operands are ignored"),
+    "a tail": (["-p", "3000x", "-h"], "portnum         3000", "end at the first character that does not belong"),
+    "no digits": (["-n", "x", "-h"], "serialnum       0", "without digits they are 0"),
+    "too large": (["-n", "99999999999", "-h"], "serialnum       4294967295", "the largest that fits"),
+    "too large with a sign": (["-i", "99999999999", "-h"], "interface       CAN2147483647", "the largest that fits"),
+    "a mode of the wrong case": (["-m", "mtcan", "-h"], "mode            'ISOStyle'", "exactly as written here"),
+    "a capital X": (["-a", "0X10", "-h"], "address         0x0", "with a small x"),
+}
+
+
+@pytest.mark.parametrize("why", READ)
+def test_a_command_line_is_read_as_the_page_says(why):
+    arguments, shown, sentence = READ[why]
+    assert f"   {shown}" in flasher(*arguments).stderr.splitlines()
+    assert sentence in FLASHER.section("OPTIONS")
+
+
+def test_what_ends_the_options():
+    assert "as is all behind ‘--’." in FLASHER.section("OPTIONS")
+    assert flasher("--", "-h").stderr == ""
+    assert flasher("x", "-h").stderr == USAGE
+    assert flasher("x", "-h", env={"POSIXLY_CORRECT": "1"}).stderr == ""
+
+
 @pytest.mark.parametrize("line", [squeezed(text) for text in FLASHER.literals("EXAMPLES")])
 def test_an_example_is_understood(line):
     program, *arguments = line.split()
@@ -120,7 +154,7 @@ TERMS = [without_names(term) for terms, _ in FLASHER.definitions("DIAGNOSTICS") 
 
 # Files whose texts stand elsewhere in the page, each with a test of its own, or are no texts for the terminal.
 ELSEWHERE = {
-    "src/app/Usage.cpp": "the usage text: OPTIONS",
+    "src/app/Usage.cpp": "the usage text, with a test of its own",
     "src/app/StatusBlock.cpp": "the status block: DESCRIPTION",
     "src/Hardware/UploadNames.cpp": "modes and states: OPTIONS and the state line",
     "src/Hardware/ServerCommand.cpp": "the launch command",
@@ -128,19 +162,19 @@ ELSEWHERE = {
     "src/AgApp/BuildMarker.cpp": "the build date in the label",
     "src/AgApp/RepositoryKeyword.cpp.in": "the tree in the label",
     "src/platform/linux/base/ServerConnectionEntry.cpp": "for the list of connections, which the program never prints",
-    "src/platform/linux/base/ServerConnectionList.cpp": "the list of connections, which the program never prints",
     "src/toolsmisc/FileInfo.cpp": "a text for callers, and the program is none",
 }
-# Texts that this program has no way to print.
+# Texts that this program has no way to print; other programs have.
 NEVER = {
     "CmdPing response missing": "the program sends no pings",
     "Tx Buffer overrun": "it never drops a packet that it sends",
     "Tx Buffer usage below": "comes behind an overrun only",
     "Derived classes or application": "it closes its client",
-    "%02X": "it dumps no packets",
     "Starting thread": "it starts its threads quietly",
     "Call origin": "the second line of that",
     "# Run as ROOT": "it starts its threads quietly",
+    "Server connection list": "it prints no list of its connections",
+    "Local Alias": "the head of that list",
     "threadPriority()": "asked for the lines above only",
 }
 TOKEN = re.compile(r'//[^\n]*|^\s*#[^\n]*|"((?:\\.|[^"\\\n])*)"|\'(?:\\.|[^\'\\\n])*\'|;', re.M)
@@ -148,17 +182,22 @@ PLACEHOLDER = re.compile(r"%[-+ #0-9.*]*[hlz]*[diouxXeEfgGcsp]")
 
 
 def statements(text):
-    """The statements of C++ code that have texts in them: the code around, and the texts."""
+    """The statements of C++ code that have texts in them: the code around, and the texts, joined as C++ joins them."""
     code, texts, position = "", [], 0
+    behind_text = False
     for token in TOKEN.finditer(text):
-        code += text[position:token.start()]
+        between = text[position:token.start()]
+        code += between
         position = token.end()
-        if token[1] is not None:
+        if token[1] is not None and behind_text and not between.strip():
+            texts[-1] += token[1]
+        elif token[1] is not None:
             texts.append(token[1])
         elif token[0] == ";":
             if texts:
                 yield code, texts
             code, texts = "", []
+        behind_text = token[1] is not None
 
 
 def is_message(code, texts):
@@ -200,7 +239,7 @@ def test_the_sources_have_messages():
 
 @pytest.mark.parametrize("file, pieces", MESSAGES, ids=[f"{file}: {pieces[0]}" for file, pieces in MESSAGES])
 def test_a_message_of_the_sources_is_in_the_page(file, pieces):
-    if file in ELSEWHERE or any(text in " ".join(pieces) for text in NEVER):
+    if file in ELSEWHERE:
         return
     assert any(stands_in(pieces, term) for term in TERMS), f"no entry in DIAGNOSTICS: {pieces}"
 
@@ -214,10 +253,61 @@ def test_a_message_of_the_page_is_in_the_sources(term):
         assert any(piece in text for text in texts), piece
 
 
-@pytest.mark.parametrize("text", NEVER)
-def test_no_exception_is_left_over(text):
-    assert any(text in literal for path in (REPOSITORY / "src").rglob("*.cpp")
-               for _, texts in statements(path.read_text()) for literal in texts)
+def has_words(term):
+    return re.search("[A-Za-z]", term) is not None
+
+
+def test_what_the_program_never_prints_stands_apart():
+    apart = {without_names(term) for terms, _ in FLASHER.definitions("From the libraries") for term in terms}
+    never = {term for term in TERMS if any(text in term for text in NEVER)}
+    assert set(filter(has_words, apart)) == never and len(never) == len(NEVER)
+
+
+# Where the texts below each title of DIAGNOSTICS are printed, unless an entry says otherwise.
+STREAMS = {"The command line": "error", "The server": "error", "During the run": "output", "The system": "error",
+           "From the libraries": "error"}
+STREAM_OF = {without_names(term): (re.match("On standard (output|error)[.:]", text) or [0, stream])[1]
+             for title, stream in STREAMS.items() for terms, text in FLASHER.definitions(title) for term in terms}
+TO_OUTPUT = re.compile(r"std::printf\(|std::cout|\bout <<|\bkBefore = ")
+
+
+@pytest.mark.parametrize("title", STREAMS)
+def test_a_title_says_where_its_texts_are_printed(title):
+    introduction = FLASHER.text(next(element for element in FLASHER.sections[title].iter("p")))
+    assert f"on standard {STREAMS[title]}" in introduction.replace("On", "on")
+
+
+PRINTED = [(code, line) for path in (REPOSITORY / "src").rglob("*.cpp")
+           if str(path.relative_to(REPOSITORY)) not in ELSEWHERE for code, texts in statements(path.read_text())
+           if is_message(code, texts) for line in lines_of(texts)]
+
+
+@pytest.mark.parametrize("term", STREAM_OF)
+def test_the_stream_is_that_of_the_program(term):
+    codes = [code for code, pieces in PRINTED
+             if term.lstrip(f"{VARIES} ").startswith(pieces[0]) and stands_in(pieces, term)]
+    assert all(STREAM_OF[term] == ("output" if TO_OUTPUT.search(code) else "error") for code in codes)
+    assert codes or not has_words(term) or term.startswith(("Usage: ", "Process: ", "Thread: "))
+
+
+TERMINAL = re.sub(r".\x08", "", subprocess.run(
+    ["mandoc", "-T", "ascii", "-O", "width=200", str(REPOSITORY / "docs/man/dunmallow.1")], stdout=subprocess.PIPE,
+    text=True, check=True).stdout)
+
+
+def test_runs_of_blanks_are_those_of_the_program():
+    spaced = [text for path in (REPOSITORY / "src").rglob("*.cpp")
+              if str(path.relative_to(REPOSITORY)) not in ELSEWHERE for code, texts in statements(path.read_text())
+              if is_message(code, texts) for text in texts if re.search(r"\S  +\S", text)]
+    assert len(spaced) > 1
+    assert [text for text in spaced if text.replace(r"\n", "").strip() not in TERMINAL] == []
+
+
+def test_the_usage_text_is_that_of_the_program():
+    [text] = FLASHER.literals("The usage text")
+    said = [line.rstrip() for line in USAGE.splitlines()]
+    said[0] = said[0].replace(f"{PROGRAMS}/", "")
+    assert [line.rstrip() for line in text.strip("\n").splitlines()] == said
 
 
 def test_every_message_has_cause_and_next_step():
@@ -352,6 +442,7 @@ def test_the_environment_is_what_the_program_asks_for():
              for name in re.findall(r'getenv\("(\w+)"\)', path.read_text())}
     asked -= {"GPS_INFO_FILES_DIRECTORY"}  # of a library's function that the program does not call
     asked |= {"PATH"}  # for the shell that starts the server
+    asked |= {"POSIXLY_CORRECT"}  # for getopt
     assert {terms[0] for terms, _ in FLASHER.definitions("ENVIRONMENT")} == asked
 
 

@@ -1,5 +1,6 @@
 """What the sources, the pages and the programs say, for tests that compare them."""
 
+import copy
 import os
 import pathlib
 import re
@@ -82,9 +83,10 @@ class Page:
         return found
 
     def _term(self, element):
-        for varying in element.iter("var"):
+        marked = copy.deepcopy(element)
+        for varying in marked.iter("var"):
             varying.text = f"{VARIES}{self.text(varying)}{VARIES}"
-        return self.text(element)
+        return self.text(marked)
 
 
 def without_names(term):
