@@ -1,11 +1,12 @@
 """The man pages of the simulated server and its scenarios against the program, its tables and docs/simulator.md."""
 
 import re
+import socket
 import subprocess
 
 import pytest
 
-from sources import PROGRAMS, REPOSITORY, Page, one, source, squeezed
+from sources import PROGRAMS, REPOSITORY, Page, one, source, squeezed, without_names
 
 SERVER = Page("corvane-sim.1")
 SCENARIO = Page("corvane-scenario.5")
@@ -13,9 +14,9 @@ DOCUMENT = source("docs/simulator.md")
 DEADLINE = 60.0  # seconds; only a failing test waits this long
 
 
-def server(*arguments):
+def server(*arguments, **environment):
     return subprocess.run([PROGRAMS / "corvane", *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                          timeout=DEADLINE, check=False)
+                          timeout=DEADLINE, check=False, env=environment)
 
 
 def answer(scenario, folder):
@@ -59,12 +60,63 @@ def test_the_exit_statuses_are_those_of_the_document():
     assert [terms[0] for terms, _ in SERVER.definitions("EXIT STATUS")] == re.findall(r"^\| (\d|other) \|", table, re.M)
 
 
+DIAGNOSTICS = [without_names(term) for terms, _ in SERVER.definitions("The server") for term in terms]
+# What ends a start: arguments, environment, and the pieces of the entry it belongs to.
+ENDS = {
+    "a taken port": (["-f", "-p", "PORT"], {}, "port|is already in use"),
+    "a scenario that is no file": (["-f", "-s", "/"], {}, ":"),
+    "a log that cannot be opened": (["-f"], {"CORVANE_LOG": "/none/log"}, ":"),
+    "no such scenario": (["-f", "-s", "none"], {}, "no scenario '|'; looked for"),
+    "a wrong variable": (["-f"], {"CORVANE_IDLE_SECONDS": "x"}, ": expected|, got"),
+    "a wrong setting": (["-f"], {"CORVANE_SETTINGS": "speed x"}, ": expected|, got"),
+    "a scenario that says so": (["-f", "-s", "refuses-start"], {}, "refuses to start, as the scenario says"),
+    "an operand": (["x"], {}, "unexpected operand '|'"),
+    "an unknown option": (["-x"], {}, "unknown option"),
+    "no value": (["-p"], {}, "needs a value"),
+    "a wrong value": (["-p", "x"], {}, "needs|, got '|'"),
+}
+
+
+def fixed(term):
+    """What does not vary in an entry."""
+    return "|".join(piece.strip() for piece in term.removeprefix("corvane: ").split("\0") if piece.strip())
+
+
+@pytest.mark.parametrize("why", ENDS)
+def test_what_ends_a_start_is_in_the_page(why):
+    arguments, environment, pieces = ENDS[why]
+    with socket.create_server(("127.0.0.1", 0)) as taken:
+        port = str(taken.getsockname()[1])
+        run = server(*[word.replace("PORT", port) for word in arguments], **environment)
+    line = run.stderr.splitlines()[0]
+    assert run.returncode and run.stdout == ""
+    assert pieces in [fixed(term) for term in DIAGNOSTICS
+                      if re.fullmatch(".+".join(re.escape(piece) for piece in term.split("\0")), line)], line
+
+
+def test_every_diagnostic_is_tried():
+    tried = {pieces for _, _, pieces in ENDS.values()}
+    entries = {fixed(term) for term in DIAGNOSTICS}
+    assert entries - tried == {"cannot listen on port|:", "():"}  # what the system seldom does
+    assert "cannot listen on \" + name" in source("sim/Listeners.cpp") and '"fork()"' in source("sim/Background.cpp")
+
+
+def test_the_examples_of_the_server_name_what_there_is():
+    examples = "\n".join(SERVER.literals("EXAMPLES"))
+    variables = dict(re.findall(r"(CORVANE_\w+)=(\S+)", re.sub('"(.*?) (.*?)"', r"\1_\2", examples)))
+    assert set(variables) <= {terms[0] for terms, _ in SERVER.definitions("ENVIRONMENT")} and len(variables) == 3
+    assert variables["CORVANE_SCENARIO"] in {path.stem for path in (REPOSITORY / "sim/scenarios").iterdir()}
+    assert server("-f", "-s", "refuses-start", CORVANE_SETTINGS=variables["CORVANE_SETTINGS"].replace("_", " ")
+                  ).returncode == 1
+    assert "/.varnex/bin/corvane -f" in examples
+
+
 COMMAND = source("sim/corvane-sim.in")
 
 
 def test_the_texts_of_the_command_are_those_of_the_page():
     texts = re.findall(r'fail "\$[\w/{}]+: (.*?)"', COMMAND)  # behind the path in question
-    assert sorted(terms[0] for terms, _ in SERVER.definitions("DIAGNOSTICS")) == sorted(texts)
+    assert sorted(terms[0] for terms, _ in SERVER.definitions("The command")) == sorted(texts)
     assert sorted({*re.findall(r"\bexit (\d)", COMMAND)}) == ["1", "2"]
     assert "status 0 when the root is laid out, with 1 when it is not, and with 2 after wrong" in SERVER.section("EXIT STATUS")
 
@@ -141,6 +193,70 @@ def test_the_trials_try_every_word(everything):
     words = words_between(everything, r"a setting \(", r"\)") + words_between(everything, r"a step \(", r"\)")
     assert set(words) - tried == {"ignore", "normal", "wait", "report", "greet", "send", "silence", "speak", "close",
                                   "reset", "die"}  # a table of words each, a time, bytes or nothing
+
+
+# A value for each name in italics.
+SAMPLES = {"NUMBER": "8", "TIME": "1s", "HEX": "00", "TEXT": "x", "STATE": "Idle", "MOMENT": "done", "COMMAND": "ping",
+           "field": "progress 1", "step": "report"}
+FORMS = [(title, term) for title in ["SETTINGS", "STEPS", "STRUCTURE"]
+         for terms, _ in SCENARIO.definitions(title) for term in terms]
+
+
+def lines_of(term):
+    """What an entry allows: with all that may be absent and without, and each of what a bar separates."""
+    words = re.sub("[a-zA-Z]+", lambda name: SAMPLES.get(name[0], name[0]), term)
+    words = squeezed(re.sub("\0|[.]{3}", "", words)).replace("bitrate 8", "bitrate 8000")
+    for line in dict.fromkeys([re.sub(r"[][]", "", words), re.sub(r" \[.*?\]", "", words)]):
+        first, _, second = line.partition(" | ")
+        yield first
+        if second:
+            yield f"{first.rsplit(' ', 1)[0]} {second}"
+
+
+@pytest.mark.parametrize("title, term", FORMS, ids=[term.replace("\0", "") for _, term in FORMS])
+def test_what_an_entry_allows_can_be_read(title, term, tmp_path):
+    for line in lines_of(term):
+        text = {"repeat": f"{line}\nreport\nend", "end": "repeat 2\nreport\nend"}.get(line.split()[0], line)
+        (tmp_path / "scenario").write_text(f"{text}\n")
+        run = server("-f", "-s", str(tmp_path / "scenario"), CORVANE_SETTINGS="refuse start 7")
+        assert run.returncode == 7, run.stderr
+
+
+# What stands behind a word, whose page entry has the bounds, and the bounds as the server has them.
+@pytest.mark.parametrize("trial, value", [("state wrong", "STATE"), ("ignore wrong", "COMMAND"),
+                                          ("normal until 101%", "PERCENT")])
+def test_the_bounds_of_a_value_are_those_of_the_program(trial, value, tmp_path):
+    [entry] = [text for terms, text in SCENARIO.definitions("VALUES") if terms[0].strip("\0") == value]
+    bounds = {"STATE": "0 to 255", "COMMAND": None, "PERCENT": "0% to 100%"}[value]
+    said = answer(trial, tmp_path).stderr
+    found = bounds or re.search(r"\d+ to \d+", said)[0]
+    assert found in said and f"number from {found.replace('%', '')}" in entry
+
+
+def test_what_may_be_absent_is_that_of_the_document():
+    grammar = DOCUMENT[DOCUMENT.index("    setting   ="):DOCUMENT.index("    field     =")]
+    in_document = {found[1] for found in re.finditer(r'^ +(?:\w+ += |\| )"([\w-]+)".*\[', grammar, re.M)}
+    # "{ field }" and "{ HEX }" may be absent as well.
+    in_page = {term.split()[0] for _, term in FORMS if "[" in term}
+    assert in_page - {"state", "packet"} == in_document - {"state", "packet"}
+
+
+def test_limits_and_defaults_that_have_no_trial(tmp_path):
+    steps = {terms[0].split()[0]: text for terms, text in SCENARIO.definitions("STEPS")}
+    assert steps["exit"].endswith("0 to 255 (0).") and "ends with a status (0)" in DOCUMENT
+    said = answer("repeat 99999\nreport\nreport\nend", tmp_path).stderr
+    assert re.search(r"at most \d+ steps", said)[0] in SCENARIO.section("STRUCTURE")
+    seconds = re.search(r"\d+ to \d+", server("-f", CORVANE_IDLE_SECONDS="x").stderr)[0]
+    assert f"without a client, {seconds}." in SERVER.section("ENVIRONMENT")
+
+
+def test_the_fields_of_a_state_are_those_of_the_program(tmp_path):
+    [entry] = [text for terms, text in SCENARIO.definitions("STEPS") if terms[0].startswith("state")]
+    bytes_, serial = re.search(r"A field is (.*) with a number from 0 to 255, or (.*)\.$", entry).groups()
+    line = "state Idle " + " ".join(f"{name} 255" for name in re.split(", | or ", bytes_))
+    name, none = re.fullmatch(r"(\w+) with a number or (\w+)", serial).groups()
+    for word in ("8", none):
+        assert answer(f"refuse start 7\n{line} {name} {word}", tmp_path).returncode == 7
 
 
 WORD_TABLES = {
