@@ -81,6 +81,8 @@ def test_the_bounds_are_those_of_the_program():
     assert f"{lowest} to {highest}" in OPTION_ENTRIES["p"][2]
     address = one(r"kHighestDeviceAddress = (\d+)", "src/Hardware/UploadTypes.h")
     assert f"0 to {address}." in OPTION_ENTRIES["a"][2]
+    serial = re.search(r"serialnum +(\d+)", flasher("-n", "99999999999", "-h").stderr)[1]
+    assert f"0 to {serial}." in OPTION_ENTRIES["n"][2]
 
 
 def test_the_first_serial_number_that_is_not_shown():
@@ -251,6 +253,10 @@ def test_a_message_of_the_page_is_in_the_sources(term):
     for piece in re.split(rf"{VARIES}|\d+", term):
         piece = piece.strip().removesuffix(":") if re.search("[A-Za-z]", piece) else ""
         assert any(piece in text for text in texts), piece
+
+
+def test_the_path_of_the_server_has_no_quote_behind_it():
+    assert f"Unable to locate server application: '{VARIES}" in TERMS
 
 
 def has_words(term):
