@@ -10,6 +10,7 @@
 #include <iterator>
 #include <string>
 
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -19,8 +20,6 @@ using testsupport::ScopedEnvironment;
 constexpr uid_t kSuperUser = 0;
 constexpr uid_t kOperator = 1000;
 constexpr uid_t kNobody = 65534;
-
-const auto rowName = [](const auto& row) { return std::string(row.param.why); };
 
 // The root that the user who runs the test has with the `HOME` of these tests, written without the code under test.
 std::string rootForOperatorHome() { return getuid() == 0 ? "/usr/local/varnex" : "/home/op/.varnex"; }
@@ -49,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, RootDirectory,
                                          RootRow{"emptyHomeIsSet", kOperator, "", ".varnex"},
                                          RootRow{"homeWithBlank", kOperator, "/home/o p", "/home/o p/.varnex"},
                                          RootRow{"twoCharactersGetNoSeparator", kOperator, "/h", "/h.varnex"}),
-                         rowName);
+                         RowName());
 
 struct NameRow {
     const char* why;
@@ -80,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, ApplicationName,
                                          NameRow{"rootInTheMiddleOfRelative", "/r", "opt/r/common", "opt/r/common"},
                                          NameRow{"rootTwiceFirstCounts", "/r", "/r/r/common", "r/common"},
                                          NameRow{"folderShorterThanRoot", "/root/varnex", "/root", "root"}),
-                         rowName);
+                         RowName());
 
 struct PathRow {
     const char* why;
@@ -125,7 +124,7 @@ TEST_P(DirectoryTable, IsComposedBelowTheRoot) {
     EXPECT_EQ(GetParam().operation(), rootForOperatorHome() + GetParam().belowRoot);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, DirectoryTable, testing::ValuesIn(kPaths), rowName);
+INSTANTIATE_TEST_SUITE_P(Rows, DirectoryTable, testing::ValuesIn(kPaths), RowName());
 
 TEST(Directories, ApplicationNameIsCommon) { EXPECT_EQ(AgApp::getApplicationName(), "common"); }
 
@@ -150,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, NumberedConfigDirectory,
                                          NumberRow{"minusInsideTheWidth", -7, "S-007"},
                                          NumberRow{"largest", 2147483647, "S2147483647"},
                                          NumberRow{"smallest", -2147483647 - 1, "S-2147483648"}),
-                         rowName);
+                         RowName());
 
 struct GpsRow {
     const char* why;
@@ -180,7 +179,7 @@ INSTANTIATE_TEST_SUITE_P(
                            "/var/gps/firmware.inf"},
                     GpsRow{"relative", "gps", "gps", "gps/model.inf", "gps/type.inf", "gps/firmware.inf"},
                     GpsRow{"twoCharactersGetNoSeparator", "/g", "/g", "/gmodel.inf", "/gtype.inf", "/gfirmware.inf"}),
-    rowName);
+    RowName());
 
 TEST(Directories, GpsFolderWithoutVariableIsInTheDataFolder) {
     EXPECT_EQ(AgApp::gpsInfoDirectory(nullptr, "/d"), "/dzkgps") << "two characters get no separator";

@@ -14,13 +14,12 @@
 #include <type_traits>
 #include <vector>
 
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
 
 using AgApp::ProcessRecord;
-
-const auto rowName = [](const auto& row) { return std::string(row.param.why); };
 
 // Tools hand these functions on as plain function pointers.
 static_assert(std::is_same_v<decltype(&AgApp::readProcessStatus), ProcessRecord (*)(int)>);
@@ -88,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
         StatusRow{"kernelThread", "Name:\tkworker/0:1\nPid:\t31\nPPid:\t2\n", {"kworker/0:1", 31, 2, 0, 0, true}},
         StatusRow{"firstProcessIsNoKernelThread", "Name:\tinit\nPid:\t1\nPPid:\t0\n", {"init", 1, 0, 0, 0, false}},
         StatusRow{"pidThatBeginsWithTwo", "Pid:\t22\nPPid:\t23\n", {"", 22, 23, 0, 0, false}}),
-    rowName);
+    RowName());
 
 TEST(StatusFile, ReadErrorLeavesUnknownValues) {
     std::istringstream status("Name:\tx\nPid:\t9\n");
@@ -117,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, StringToInt,
                                          IntRow{"farTooLarge", "99999999999999999999", 2147483647},
                                          IntRow{"smallest", "-2147483648", -2147483647 - 1},
                                          IntRow{"tooSmall", "-2147483649", -2147483647 - 1}),
-                         rowName);
+                         RowName());
 
 struct Thousands : std::numpunct<char> {
     char do_thousands_sep() const override { return '.'; }

@@ -5,13 +5,12 @@
 #include <ctime>
 #include <string>
 
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
 
 constexpr const char* kUnstamped = "1901-01-01 00:00:00 UTC";
-
-const auto rowName = [](const auto& row) { return std::string(row.param.why); };
 
 struct DateRow {
     const char* why;
@@ -29,7 +28,7 @@ INSTANTIATE_TEST_SUITE_P(
                     DateRow{"bothEndsIncluded", "0123456789abcA123456789012345678901234B!", "A1234567890123456789012"},
                     DateRow{"cutAtTheEnd", "!Build Date: 2024", "2024"}, DateRow{"tooShort", "!Build Date: ", ""},
                     DateRow{"empty", "", ""}),
-    rowName);
+    RowName());
 
 struct TimeRow {
     const char* why;
@@ -62,7 +61,7 @@ INSTANTIATE_TEST_SUITE_P(
                     TimeRow{"highCharactersAreUnsigned", "1970-01-01 00:00:0\xFF UTC", 255 - 48},
                     TimeRow{"missingCharactersCountAsZero", "1970-01-01 00:00", 0},
                     TimeRow{"missingHalfOfAField", "1970-01-01 00:00:1", 10}),
-    rowName);
+    RowName());
 
 TEST(BuildTime, IsTheSameInEveryTimeZone) {
     {
@@ -111,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(
                     KeywordRow{"firstNameDiffers", "x/usx/local/Repository/tags/X-Ver-1_00/f", ""},
                     KeywordRow{"secondNameDiffers", "x/usr/locax/Repository/tags/X-Ver-1_00/f", ""},
                     KeywordRow{"notExpanded", "$HeadURL$", ""}, KeywordRow{"empty", "", ""}),
-    rowName);
+    RowName());
 #undef REPOSITORY
 
 struct VersionRow {
@@ -145,7 +144,7 @@ INSTANTIATE_TEST_SUITE_P(
                     VersionRow{"oneField", "branches", UNKNOWN_TAG, "", 0, 0, 0},
                     VersionRow{"tagsAlone", "tags", UNKNOWN_TAG, "", 0, 0, 0},
                     VersionRow{"anotherTree", "vendor/X-Ver-1_00", UNKNOWN_TAG, "", 0, 0, 0}),
-    rowName);
+    RowName());
 INSTANTIATE_TEST_SUITE_P(
     Tagged, Version,
     testing::Values(VersionRow{"release", "tags/DUNMALLOW-Ver-1_00", "DUNMALLOW 1.00", "1.00", 1, 0, 0},
@@ -179,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(
                                "2147483647.2147483648", 2147483647, 2147483647, 0},
                     VersionRow{"numbersBeyond64Bits", "tags/X-Ver-99999999999999999999_00", "X 99999999999999999999.00",
                                "99999999999999999999.00", 2147483647, 0, 0}),
-    rowName);
+    RowName());
 #undef UNKNOWN_TAG
 
 TEST(Version, LabelOfATagShowsNoBuildDateAndOthersTheOneGiven) {
@@ -204,6 +203,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, IsTagged,
                                          TaggedRow{"branch", "branches/b", false},
                                          TaggedRow{"inTheMiddle", "branches/tags/", false},
                                          TaggedRow{"trunk", "", false}),
-                         rowName);
+                         RowName());
 
 }  // namespace

@@ -27,14 +27,10 @@ using testsupport::bytes;
 using testsupport::HandConnection;
 using testsupport::HandServer;
 using testsupport::RecordingClient;
+using testsupport::statusPacket;
 using testsupport::waitFor;
 
 namespace {
-
-/// A CmdStatus of mode 0, address 0x2A and serial 1 in `state` at `progress` percent.
-Bytes statusPacket(int state, int progress) {
-    return bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 0, state, progress, 0x2A, 1, 0, 0, 0});
-}
 
 /// Hands a CmdStatus of `state`, all else 0, to the client.
 void report(CANFlasherClient& client, int state) {

@@ -27,13 +27,10 @@ using testsupport::bytes;
 using testsupport::HandConnection;
 using testsupport::HandServer;
 using testsupport::RecordingClient;
+using testsupport::statusPacket;
 using testsupport::waitFor;
 
 namespace {
-
-Bytes statusPacket(int state, int progress) {
-    return bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 0, state, progress, 0x2A, 1, 0, 0, 0});
-}
 
 /// Runs `action` and ends the whole test program when it does not return: a thread that hangs cannot be joined.
 template <typename Action>

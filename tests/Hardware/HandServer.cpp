@@ -41,6 +41,10 @@ Bytes bytes(std::initializer_list<int> numbers, std::string_view text, std::size
     return result;
 }
 
+Bytes statusPacket(int state, int progress) {
+    return bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 0, state, progress, 0x2A, 1, 0, 0, 0});
+}
+
 HandConnection::HandConnection(HandConnection&& other) noexcept : descriptor(std::exchange(other.descriptor, -1)) {}
 
 HandConnection& HandConnection::operator=(HandConnection&& other) noexcept {

@@ -16,6 +16,9 @@ using Bytes = std::vector<std::uint8_t>;
 /// Bytes given as numbers, then the characters of `text`, then `zeros` zero bytes.
 Bytes bytes(std::initializer_list<int> numbers, std::string_view text = {}, std::size_t zeros = 0);
 
+/// A CmdStatus of mode 0, address 0x2A and serial 1 in `state` at `progress` percent.
+Bytes statusPacket(int state, int progress);
+
 /// One end of an accepted connection; closes with the object.
 class HandConnection {
 public:

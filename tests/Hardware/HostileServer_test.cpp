@@ -141,12 +141,12 @@ Shown shownFor(HandServer& server, const Bytes& stream) {
     return shown;
 }
 
-struct Row {
+struct PacketRow {
     const char* why;
     Bytes packet;
 };
 
-class HostileServer : public testing::TestWithParam<Row> {
+class HostileServer : public testing::TestWithParam<PacketRow> {
 protected:
     /// The bytes, alone or with a good packet behind them, which then is or is not found.
     void expectWhatTheBytesSay(const Bytes& stream, const std::string& which) {
@@ -183,13 +183,14 @@ TEST_P(HostileServer, EveryTruncation) {
 
 INSTANTIATE_TEST_SUITE_P(
     OfAPacket, HostileServer,
-    testing::Values(
-        Row{"pingAnswer", bytes({0, 0, 0, 9, 0, 1, 0, 8, 0})},
-        Row{"connectionInfo", bytes({0,   0,   0,   28,  0,   2, 0,   8,   0x39, 0x30, 0,   0,   6,   'o',
+    testing::Values(PacketRow{"pingAnswer", bytes({0, 0, 0, 9, 0, 1, 0, 8, 0})},
+                    PacketRow{"connectionInfo",
+                              bytes({0,   0,   0,   28,  0,   2, 0,   8,   0x39, 0x30, 0,   0,   6,   'o',
                                      's', 't', 'r', 'e', 'l', 3, '1', '.', '2',  4,    'B', 'e', 't', 'a'})},
-        Row{"status", bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 0, 5, 42, 0x2A, 0x78, 0x56, 0x34, 0x12})},
-        Row{"statusBehindMoreHeader", bytes({0, 0, 0, 20, 0x03, 0xE8, 0, 12, 9, 9, 9, 9, 1, 6, 100, 0x2A, 1, 0, 0, 0})},
-        Row{"requestOfAClient", bytes({0, 0, 0, 8, 0x03, 0xE9, 0, 8})}),
+                    PacketRow{"status", bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 0, 5, 42, 0x2A, 0x78, 0x56, 0x34, 0x12})},
+                    PacketRow{"statusBehindMoreHeader",
+                              bytes({0, 0, 0, 20, 0x03, 0xE8, 0, 12, 9, 9, 9, 9, 1, 6, 100, 0x2A, 1, 0, 0, 0})},
+                    PacketRow{"requestOfAClient", bytes({0, 0, 0, 8, 0x03, 0xE9, 0, 8})}),
     [](const auto& row) { return std::string(row.param.why); });
 
 }  // namespace

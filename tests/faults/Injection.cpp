@@ -10,8 +10,8 @@ namespace faults {
 
 namespace {
 
-Plan plan;
-std::atomic<Tally*> tally{nullptr};
+Plan armedPlan;
+std::atomic<Tally*> sharedTally{nullptr};
 
 bool counts(Kind kind, Trait trait) {
     if (kind == Kind::shortCount) return trait == Trait::countsAndWaits || trait == Trait::sends;
@@ -20,7 +20,8 @@ bool counts(Kind kind, Trait trait) {
 }
 
 bool isStruck(long number) {
-    return number == plan.first || (plan.forever && number > plan.first) || (plan.second != 0 && number == plan.second);
+    return number == armedPlan.first || (armedPlan.forever && number > armedPlan.first) ||
+           (armedPlan.second != 0 && number == armedPlan.second);
 }
 
 void waitThreeMilliseconds() {
@@ -33,30 +34,31 @@ void waitThreeMilliseconds() {
 int (*onSystem)(const char* command) = nullptr;
 
 void arm(const Plan& newPlan, Tally& newTally) {
-    plan = newPlan;
-    tally = &newTally;
+    armedPlan = newPlan;
+    sharedTally = &newTally;
 }
 
-void disarm() { tally = nullptr; }
+void disarm() { sharedTally = nullptr; }
 
 bool aCallFailed() {
-    const Tally* const here = tally;
+    const Tally* const here = sharedTally;
     return here != nullptr && here->failed;
 }
 
 bool aCallStopped() {
-    const Tally* const here = tally;
-    return here != nullptr && here->struck != 0 && plan.kind != Kind::delay;
+    const Tally* const here = sharedTally;
+    return here != nullptr && here->struck != 0 && armedPlan.kind != Kind::delay;
 }
 
 Action next(const char* call, Trait trait) {
-    Tally* const here = tally;
-    if (here == nullptr || Pause::active() || !counts(plan.kind, trait)) return Action::goOn;
+    Tally* const here = sharedTally;
+    if (here == nullptr || Pause::active() || !counts(armedPlan.kind, trait)) return Action::goOn;
     if (!isStruck(++here->calls)) return Action::goOn;
     ++here->struck;
     here->lastStruck = call;
-    if (plan.kind == Kind::error || (plan.kind == Kind::shortCount && trait == Trait::sends)) here->failed = true;
-    switch (plan.kind) {
+    if (armedPlan.kind == Kind::error || (armedPlan.kind == Kind::shortCount && trait == Trait::sends))
+        here->failed = true;
+    switch (armedPlan.kind) {
         case Kind::error:
             return Action::fail;
         case Kind::shortCount:
@@ -75,7 +77,7 @@ Action next(const char* call, Trait trait) {
 namespace {
 
 bool allocationFails() {
-    Tally* const here = tally;  // before: the run may end meanwhile
+    Tally* const here = sharedTally;  // before: the run may end meanwhile
     if (next("operator new", Trait::none) != Action::fail) return false;
     here->outOfMemory = true;
     return true;

@@ -8,7 +8,7 @@
 
 namespace {
 
-std::variant<sim::CommandLine, std::string> read(std::vector<std::string> words) {
+std::variant<sim::CommandLine, std::string> readWords(std::vector<std::string> words) {
     words.insert(words.begin(), "corvane");
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
@@ -17,7 +17,7 @@ std::variant<sim::CommandLine, std::string> read(std::vector<std::string> words)
 }
 
 sim::CommandLine good(const std::vector<std::string>& words) {
-    const auto result = read(words);
+    const auto result = readWords(words);
     if (const auto* wrong = std::get_if<std::string>(&result)) ADD_FAILURE() << *wrong;
     const auto* line = std::get_if<sim::CommandLine>(&result);
     return line == nullptr ? sim::CommandLine() : *line;
@@ -58,14 +58,14 @@ TEST(SimCommandLine, StaysInTheForegroundWithAScenario) {
 
 TEST(SimCommandLine, LooksAtNothingBehindHelp) { EXPECT_TRUE(good({"-q", "-h", "-p", "no", "rest"}).help); }
 
-struct Bad {
+struct BadWords {
     const char* why;
     std::vector<std::string> words;
     const char* problem;
 };
-class SimBadCommandLine : public testing::TestWithParam<Bad> {};
+class SimBadCommandLine : public testing::TestWithParam<BadWords> {};
 TEST_P(SimBadCommandLine, SaysWhatIsWrong) {
-    const auto result = read(GetParam().words);
+    const auto result = readWords(GetParam().words);
     const auto* wrong = std::get_if<std::string>(&result);
     ASSERT_NE(wrong, nullptr);
     EXPECT_EQ(*wrong, GetParam().problem);
@@ -73,22 +73,24 @@ TEST_P(SimBadCommandLine, SaysWhatIsWrong) {
 INSTANTIATE_TEST_SUITE_P(
     Rows, SimBadCommandLine,
     testing::Values(
-        Bad{"unknownOption", {"-x"}, "unknown option -x"}, Bad{"questionMark", {"-?"}, "unknown option -?"},
-        Bad{"helpBehindAnError", {"-x", "-h"}, "unknown option -x"}, Bad{"portMissing", {"-p"}, "-p needs a value"},
-        Bad{"interfaceMissing", {"-q", "-i"}, "-i needs a value"}, Bad{"scenarioMissing", {"-s"}, "-s needs a value"},
-        Bad{"scenarioEmpty", {"-s", ""}, "-s needs a scenario, got ''"},
-        Bad{"portZero", {"-p", "0"}, "-p needs a port from 1 to 65535, got '0'"},
-        Bad{"portTooLarge", {"-p", "65536"}, "-p needs a port from 1 to 65535, got '65536'"},
-        Bad{"portBeyondAllNumbers", {"-p", "99999999999"}, "-p needs a port from 1 to 65535, got '99999999999'"},
-        Bad{"portNegative", {"-p", "-5"}, "-p needs a port from 1 to 65535, got '-5'"},
-        Bad{"portWithLetters", {"-p", "12x"}, "-p needs a port from 1 to 65535, got '12x'"},
-        Bad{"portEmpty", {"-p", ""}, "-p needs a port from 1 to 65535, got ''"},
-        Bad{"portWithABlank", {"-p", " 80"}, "-p needs a port from 1 to 65535, got ' 80'"},
-        Bad{"interfaceWithLetters", {"-i", "can0"}, "-i needs an interface index, got 'can0'"},
-        Bad{"interfaceTooLarge", {"-i", "2147483648"}, "-i needs an interface index, got '2147483648'"},
-        Bad{"operand", {"-q", "more"}, "unexpected operand 'more'"},
-        Bad{"operandBehindTheEndOfOptions", {"--", "-q"}, "unexpected operand '-q'"},
-        Bad{"optionBehindAnOperand", {"more", "-h"}, "unexpected operand 'more'"}),
+        BadWords{"unknownOption", {"-x"}, "unknown option -x"}, BadWords{"questionMark", {"-?"}, "unknown option -?"},
+        BadWords{"helpBehindAnError", {"-x", "-h"}, "unknown option -x"},
+        BadWords{"portMissing", {"-p"}, "-p needs a value"},
+        BadWords{"interfaceMissing", {"-q", "-i"}, "-i needs a value"},
+        BadWords{"scenarioMissing", {"-s"}, "-s needs a value"},
+        BadWords{"scenarioEmpty", {"-s", ""}, "-s needs a scenario, got ''"},
+        BadWords{"portZero", {"-p", "0"}, "-p needs a port from 1 to 65535, got '0'"},
+        BadWords{"portTooLarge", {"-p", "65536"}, "-p needs a port from 1 to 65535, got '65536'"},
+        BadWords{"portBeyondAllNumbers", {"-p", "99999999999"}, "-p needs a port from 1 to 65535, got '99999999999'"},
+        BadWords{"portNegative", {"-p", "-5"}, "-p needs a port from 1 to 65535, got '-5'"},
+        BadWords{"portWithLetters", {"-p", "12x"}, "-p needs a port from 1 to 65535, got '12x'"},
+        BadWords{"portEmpty", {"-p", ""}, "-p needs a port from 1 to 65535, got ''"},
+        BadWords{"portWithABlank", {"-p", " 80"}, "-p needs a port from 1 to 65535, got ' 80'"},
+        BadWords{"interfaceWithLetters", {"-i", "can0"}, "-i needs an interface index, got 'can0'"},
+        BadWords{"interfaceTooLarge", {"-i", "2147483648"}, "-i needs an interface index, got '2147483648'"},
+        BadWords{"operand", {"-q", "more"}, "unexpected operand 'more'"},
+        BadWords{"operandBehindTheEndOfOptions", {"--", "-q"}, "unexpected operand '-q'"},
+        BadWords{"optionBehindAnOperand", {"more", "-h"}, "unexpected operand 'more'"}),
     [](const auto& row) { return std::string(row.param.why); });
 
 TEST(SimUsage, NamesTheProgramEachOptionAndEachVariable) {

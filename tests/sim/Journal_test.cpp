@@ -8,18 +8,16 @@
 
 #include "sim/Log.h"
 #include "tests/sim/HexText.h"
+#include "tests/sim/ServerThread.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
 
+using simtest::appendTo;
 using simtest::bytes;
 
 constexpr sim::Instant kAt{std::chrono::microseconds(12'345'678)};
-
-sim::Descriptor appendTo(const std::string& path) {
-    return sim::Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-}
 
 TEST(SimJournalLine, OfAPacketHasStampClientMarkCommandAndAllBytes) {
     EXPECT_EQ(sim::journalPacketLine(kAt, 1, sim::Mark::received, bytes("00 00 00 09 00 01 00 08 00")),

@@ -24,11 +24,11 @@
 namespace {
 
 using namespace std::chrono_literals;
+using simtest::kPing;
 using simtest::ProgramRun;
 using simtest::TestClient;
 using testsupport::waitFor;
 
-constexpr char kPing[] = "00 00 00 09 00 01 00 08 00";
 // Mode 1, address 0x2a, serial 12345, path "/none".
 constexpr char kUpload[] = "00 00 00 14 03 ec 00 08 01 2a 39 30 00 00 2f 6e 6f 6e 65 00";
 constexpr char kLocked[] = "00 00 00 10 03 e8 00 08 01 00 00 2a 39 30 00 00";

@@ -11,13 +11,13 @@
 
 namespace simtest {
 
-namespace {
-
 sim::Descriptor appendTo(const std::string& path) {
     return sim::Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
 }
 
-sim::Scenario parsed(const std::string& text) {
+namespace {
+
+sim::Scenario scenarioOf(const std::string& text) {
     auto result = sim::parseScenario(text);
     if (const auto* problem = std::get_if<sim::ScenarioProblem>(&result))
         throw std::runtime_error("scenario: expected " + problem->expected + ", got " + problem->got);
@@ -42,7 +42,7 @@ ServerThread::ServerThread(const std::string& scenarioText)
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     stopReading.reset(ends[0]);
     stopWriting.reset(ends[1]);
-    sim::Scenario scenario = parsed(scenarioText);
+    sim::Scenario scenario = scenarioOf(scenarioText);
     sim::Listeners listeners = reserveFree(port_);
     if (scenario.settings.listenDelay == sim::Duration(0) && !scenario.settings.refuseConnections) listeners.listen();
     server = std::make_unique<sim::Server>(std::move(listeners), std::move(scenario), log, journal, stopReading.get());

@@ -15,6 +15,9 @@
 
 namespace simtest {
 
+/// The file to write behind its end, as the journal and the log take it; made when it is missing.
+sim::Descriptor appendTo(const std::string& path);
+
 /// Serves a scenario on a free port from construction to `stop` or destruction.
 class ServerThread {
 public:

@@ -20,11 +20,11 @@
 namespace {
 
 using namespace std::chrono_literals;
+using simtest::kPing;
 using simtest::ServerThread;
 using simtest::TestClient;
 using testsupport::waitFor;
 
-constexpr char kPing[] = "00 00 00 09 00 01 00 08 00";
 constexpr char kStatusRequest[] = "00 00 00 08 03 e9 00 08";
 constexpr char kStatusReset[] = "00 00 00 08 03 ea 00 08";
 constexpr char kIdle[] = "00 00 00 10 03 e8 00 08 00 01 00 fe ff ff ff ff";

@@ -14,6 +14,9 @@ namespace simtest {
 /// A port that was free on both loopback addresses a moment ago.
 std::uint16_t freePort();
 
+/// CmdPing and its answer, as hex text.
+inline constexpr char kPing[] = "00 00 00 09 00 01 00 08 00";
+
 /// True when the machine has the address ::1.
 bool hasIpv6();
 

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include <csignal>
+#include <atomic>
 #include <filesystem>
 #include <iterator>
 #include <thread>
@@ -18,6 +18,8 @@ std::size_t entriesOf(const char* folder) {
     const std::filesystem::directory_iterator entries(folder);
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
+
+std::atomic<int> signalsSeen{0};
 
 }  // namespace
 
@@ -37,6 +39,17 @@ bool signalUntil(pthread_t thread, int signal, const std::function<bool()>& cond
         return false;
     });
 }
+
+InterruptingSignal::InterruptingSignal() {
+    signalsSeen = 0;
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++signalsSeen; };
+    sigaction(SIGUSR1, &action, &previous);
+}
+
+InterruptingSignal::~InterruptingSignal() { sigaction(SIGUSR1, &previous, nullptr); }
+
+int InterruptingSignal::seen() { return signalsSeen; }
 
 std::size_t openDescriptors() {
     return entriesOf("/proc/self/fd") - 1;  // less the one that reads the folder

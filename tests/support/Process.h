@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <functional>
 
@@ -19,6 +20,20 @@ inline constexpr std::chrono::seconds kDeadline{30};
 /// Sends the signal to the thread once a millisecond until `condition` holds; false at the deadline. Once is not enough
 /// under ThreadSanitizer, which may lose or hold back a signal that comes just before a call that blocks.
 [[nodiscard]] bool signalUntil(pthread_t thread, int signal, const std::function<bool()>& condition);
+
+/// SIGUSR1 interrupts calls and is counted, nothing else, for the life of the object. One at a time.
+class InterruptingSignal {
+public:
+    InterruptingSignal();
+    ~InterruptingSignal();
+    InterruptingSignal(const InterruptingSignal&) = delete;
+    InterruptingSignal& operator=(const InterruptingSignal&) = delete;
+    /// How often it came since construction, on any thread.
+    static int seen();
+
+private:
+    struct sigaction previous {};
+};
 
 /// Number of open descriptors of this process.
 std::size_t openDescriptors();

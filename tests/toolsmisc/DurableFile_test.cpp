@@ -19,10 +19,11 @@
 #include "gmock/gmock.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Process.h"
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
 #include "tests/toolsmisc/ChildProcess.h"
 #include "tests/toolsmisc/Intercept.h"
-#include "tests/toolsmisc/RowName.h"
+#include "tests/toolsmisc/NoPath.h"
 #include "toolsmisc/FileInfo.h"
 
 namespace {
@@ -36,8 +37,6 @@ using testsupport::inConfinedChild;
 using testsupport::kNotConfined;
 using testsupport::listing;
 using testsupport::TempFolder;
-
-const char* const kNoPath = nullptr;
 
 /// Content of a file as the test sees it.
 std::string contentOf(const std::string& path) { return testsupport::readFile(path); }
@@ -579,7 +578,7 @@ TEST(CopyFileOpening, WithoutASourceLeavesTheDestination) {
 }
 
 /// The calls of a durable close, without the numbers of the descriptors.
-std::vector<std::string> namesOf(std::vector<std::string> calls) {
+std::vector<std::string> callNames(std::vector<std::string> calls) {
     for (std::string& call : calls) call = call.substr(0, call.find(' '));
     return calls;
 }
@@ -590,7 +589,7 @@ TEST(CopyFileClosing, IsDurableForBothFiles) {
     fs::create_directory(folder / "there");
     const intercept::CloseJournal journal;
     EXPECT_TRUE(tm::copyFile(from, folder / "there/to"));
-    EXPECT_THAT(namesOf(journal.calls), ElementsAre("fsync", "close", "sync", "fsync", "close", "sync"));
+    EXPECT_THAT(callNames(journal.calls), ElementsAre("fsync", "close", "sync", "fsync", "close", "sync"));
     EXPECT_NE(journal.calls.front(), journal.calls[3]) << "two descriptors";
 }
 
@@ -601,7 +600,7 @@ TEST(CopyFileClosing, IsDurableForTheSourceWithoutADestination) {
     errno = 0;
     EXPECT_FALSE(tm::copyFile(from, folder.path()));
     EXPECT_EQ(errno, EISDIR);
-    EXPECT_THAT(namesOf(journal.calls), ElementsAre("fsync", "close", "sync"));
+    EXPECT_THAT(callNames(journal.calls), ElementsAre("fsync", "close", "sync"));
 }
 
 struct ShortCopyRow {
@@ -626,7 +625,7 @@ TEST(CopyFileClosing, FollowsAShortReadOrWriteThatEndsTheCopy) {
             const intercept::CloseJournal journal;
             EXPECT_FALSE(tm::copyFile(from, folder / "to")) << row.why;
             EXPECT_THAT(script.counts, SizeIs(static_cast<std::size_t>(row.nth))) << row.why;
-            EXPECT_THAT(namesOf(journal.calls), ElementsAre("fsync", "close", "sync", "fsync", "close", "sync"));
+            EXPECT_THAT(callNames(journal.calls), ElementsAre("fsync", "close", "sync", "fsync", "close", "sync"));
         }
         EXPECT_EQ(contentOf(folder / "to"), content.substr(0, row.written)) << row.why;
         EXPECT_EQ(testsupport::openDescriptors(), before);
@@ -642,7 +641,7 @@ TEST(CopyFileClosing, FollowsASourceThatDoesNotTellItsSize) {
     EXPECT_FALSE(tm::copyFile(from, folder / "to"));
     EXPECT_EQ(errno, EIO);
     EXPECT_EQ(script.calls, 1);
-    EXPECT_THAT(namesOf(journal.calls), ElementsAre("fsync", "close", "sync", "fsync", "close", "sync"));
+    EXPECT_THAT(callNames(journal.calls), ElementsAre("fsync", "close", "sync", "fsync", "close", "sync"));
 }
 
 TEST(CopyFileClosing, KeepsTheReasonOfTheFailure) {

@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "gmock/gmock.h"
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
 #include "tests/toolsmisc/ChildProcess.h"
-#include "tests/toolsmisc/RowName.h"
 #include "toolsmisc/FileSystem.h"
 
 namespace {

@@ -19,9 +19,10 @@
 #include <vector>
 
 #include "gmock/gmock.h"
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
 #include "tests/toolsmisc/ChildProcess.h"
-#include "tests/toolsmisc/RowName.h"
+#include "tests/toolsmisc/NoPath.h"
 
 namespace {
 
@@ -35,8 +36,6 @@ using testsupport::kNotConfined;
 using testsupport::listing;
 using testsupport::TempFolder;
 using namespace toolsmisc;
-
-const char* const kNoPath = nullptr;
 
 struct KindRow {
     const char* why;

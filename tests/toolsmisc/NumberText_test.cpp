@@ -8,8 +8,8 @@
 #include <string>
 
 #include "gtest/gtest.h"
+#include "tests/support/RowName.h"
 #include "tests/toolsmisc/Intercept.h"
-#include "tests/toolsmisc/RowName.h"
 #include "toolsmisc/Text.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "gtest/gtest.h"
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
-#include "tests/toolsmisc/RowName.h"
 
 namespace {
 

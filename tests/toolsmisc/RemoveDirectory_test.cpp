@@ -16,10 +16,10 @@
 
 #include "gtest/gtest.h"
 #include "tests/support/Process.h"
+#include "tests/support/RowName.h"
 #include "tests/support/TempFolder.h"
 #include "tests/toolsmisc/ChildProcess.h"
 #include "tests/toolsmisc/Intercept.h"
-#include "tests/toolsmisc/RowName.h"
 #include "toolsmisc/FileSystem.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "gmock/gmock.h"
+#include "tests/support/RowName.h"
 #include "tests/toolsmisc/Intercept.h"
-#include "tests/toolsmisc/RowName.h"
 
 namespace {
 

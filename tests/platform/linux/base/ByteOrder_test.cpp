@@ -8,14 +8,14 @@ using namespace byteorder;
 
 namespace {
 
-struct Row {
+struct OrderRow {
     const char* why;
     std::uint32_t value;
     std::array<std::uint8_t, 4> big;
     std::array<std::uint8_t, 4> little;
 };
 
-class ByteOrder : public testing::TestWithParam<Row> {};
+class ByteOrder : public testing::TestWithParam<OrderRow> {};
 
 TEST_P(ByteOrder, LoadsThirtyTwoBits) {
     EXPECT_EQ(loadBig32(GetParam().big.data()), GetParam().value);
@@ -32,10 +32,10 @@ TEST_P(ByteOrder, StoresThirtyTwoBits) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ByteOrder,
-    testing::Values(Row{"zero", 0, {0, 0, 0, 0}, {0, 0, 0, 0}},
-                    Row{"allDifferent", 0x01020304, {1, 2, 3, 4}, {4, 3, 2, 1}},
-                    Row{"highBitOfEachByte", 0x80818283, {0x80, 0x81, 0x82, 0x83}, {0x83, 0x82, 0x81, 0x80}},
-                    Row{"largest", 0xFFFFFFFF, {255, 255, 255, 255}, {255, 255, 255, 255}}),
+    testing::Values(OrderRow{"zero", 0, {0, 0, 0, 0}, {0, 0, 0, 0}},
+                    OrderRow{"allDifferent", 0x01020304, {1, 2, 3, 4}, {4, 3, 2, 1}},
+                    OrderRow{"highBitOfEachByte", 0x80818283, {0x80, 0x81, 0x82, 0x83}, {0x83, 0x82, 0x81, 0x80}},
+                    OrderRow{"largest", 0xFFFFFFFF, {255, 255, 255, 255}, {255, 255, 255, 255}}),
     [](const auto& row) { return std::string(row.param.why); });
 
 TEST(ByteOrder, SixteenBitsMostSignificantFirst) {

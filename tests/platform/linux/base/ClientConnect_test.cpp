@@ -482,11 +482,7 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 TEST_F(ClientConnect, SignalsDoNotDisturbIt) {
-    struct sigaction action {
-    }, previous{};
-    static std::atomic<int> seen{0};
-    action.sa_handler = [](int) { ++seen; };
-    sigaction(SIGUSR1, &action, &previous);
+    const testsupport::InterruptingSignal signal;
     LoopbackServer server(0);
     Peer filler(-1);
     {
@@ -497,7 +493,8 @@ TEST_F(ClientConnect, SignalsDoNotDisturbIt) {
         EXPECT_TRUE(waitFor([&] { return client.descriptor() >= 0; }));
         for (int i = 1; i <= 3; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            EXPECT_TRUE(testsupport::signalUntil(connector.native_handle(), SIGUSR1, [i] { return seen >= i; }));
+            EXPECT_TRUE(
+                testsupport::signalUntil(connector.native_handle(), SIGUSR1, [&] { return signal.seen() >= i; }));
         }
         filler = server.accept();  // makes room for the one that waits
         connector.join();
@@ -505,7 +502,6 @@ TEST_F(ClientConnect, SignalsDoNotDisturbIt) {
         EXPECT_TRUE(client.send(7));
         EXPECT_EQ(server.accept().read(8), hex("00000008 0007 0008"));
     }
-    sigaction(SIGUSR1, &previous, nullptr);
 }
 
 // Death tests, each in a child process. The suites' names let them run before any other thread exists.

@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "platform/linux/base/ProprietarySocketClient.h"
+#include "tests/platform/linux/base/CountedPacket.h"
 #include "tests/platform/linux/base/LoopbackServer.h"
 #include "tests/support/Process.h"
 
 namespace sockettest {
 
-using TPacket = ProprietarySocketCommon::TPacket;
 using testsupport::waitFor;
 
 /// A packet with these payload bytes, owned by the caller.

@@ -19,13 +19,13 @@ std::optional<Entry> parse(const Bytes& payload) {
     return parseConnectionInfo({block.get(), payload.size()});
 }
 
-struct Row {
+struct PayloadRow {
     const char* why;
     Bytes payload;
     Entry entry;
 };
 
-class ConnectionInfo : public testing::TestWithParam<Row> {};
+class ConnectionInfo : public testing::TestWithParam<PayloadRow> {};
 
 TEST_P(ConnectionInfo, IsRead) {
     const std::optional<Entry> entry = parse(GetParam().payload);
@@ -38,32 +38,33 @@ const Bytes kPid = hex("39 30 00 00");
 INSTANTIATE_TEST_SUITE_P(
     Rows, ConnectionInfo,
     testing::Values(
-        Row{"processIdAlone", hex("39 30 00 00"), Entry{12345, "", "", "", "", ""}},
-        Row{"processIdIsLittleEndian", hex("78 56 34 12"), Entry{0x12345678, "", "", "", "", ""}},
-        Row{"processIdOfAllBits", hex("FF FF FF FF"), Entry{-1, "", "", "", "", ""}},
-        Row{"allTexts", kPid + hex("06") + raw("ostrel") + hex("03") + raw("1.2") + hex("04") + raw("Beta"),
-            Entry{12345, "ostrel", "(FS) File Server", "", "1.2", "Beta"}},
-        Row{"unknownName", kPid + hex("03") + raw("foo") + hex("01") + raw("2") + hex("01") + raw("L"),
-            Entry{12345, "foo", "", "", "2", "L"}},
-        Row{"emptyTexts", kPid + hex("00 00 00"), Entry{12345, "", "", "", "", ""}},
-        Row{"nameAloneIsMissing", kPid + hex("00 03") + raw("1.2") + hex("04") + raw("Beta"),
-            Entry{12345, "", "", "", "1.2", "Beta"}},
-        Row{"versionAloneIsMissing", kPid + hex("03") + raw("foo") + hex("00 04") + raw("Beta"),
-            Entry{12345, "foo", "", "", "", "Beta"}},
-        Row{"labelAloneIsThere", kPid + hex("00 00 04") + raw("Beta"), Entry{12345, "", "", "", "", "Beta"}},
-        Row{"bytesBehindTheLabel", kPid + hex("01") + raw("a") + hex("01") + raw("b") + hex("01") + raw("cdef"),
-            Entry{12345, "a", "", "", "b", "c"}},
-        Row{"longestTexts",
-            kPid + hex("FF") + Bytes(255, 'n') + hex("FF") + Bytes(255, 'v') + hex("FF") + Bytes(255, 'l'),
-            Entry{12345, std::string(255, 'n'), "", "", std::string(255, 'v'), std::string(255, 'l')}},
-        Row{"nameRunsPastTheEnd", kPid + hex("07") + raw("ostrel"), Entry{12345, "", "", "", "", ""}},
-        Row{"longestNameRunsPastTheEnd", kPid + hex("FF") + raw("ostrel"), Entry{12345, "", "", "", "", ""}},
-        Row{"versionRunsPastTheEnd", kPid + hex("01") + raw("a") + hex("04") + raw("1.2"),
-            Entry{12345, "a", "", "", "", ""}},
-        Row{"labelRunsPastTheEnd", kPid + hex("01") + raw("a") + hex("01") + raw("b") + hex("05") + raw("Beta"),
-            Entry{12345, "a", "", "", "b", ""}},
-        Row{"zeroByteInsideAText", kPid + hex("03 61 00 62"), Entry{12345, std::string("a\0b", 3), "", "", "", ""}},
-        Row{"bytesAboveAscii", kPid + hex("02 C3 A4"), Entry{12345, "\xC3\xA4", "", "", "", ""}}),
+        PayloadRow{"processIdAlone", hex("39 30 00 00"), Entry{12345, "", "", "", "", ""}},
+        PayloadRow{"processIdIsLittleEndian", hex("78 56 34 12"), Entry{0x12345678, "", "", "", "", ""}},
+        PayloadRow{"processIdOfAllBits", hex("FF FF FF FF"), Entry{-1, "", "", "", "", ""}},
+        PayloadRow{"allTexts", kPid + hex("06") + raw("ostrel") + hex("03") + raw("1.2") + hex("04") + raw("Beta"),
+                   Entry{12345, "ostrel", "(FS) File Server", "", "1.2", "Beta"}},
+        PayloadRow{"unknownName", kPid + hex("03") + raw("foo") + hex("01") + raw("2") + hex("01") + raw("L"),
+                   Entry{12345, "foo", "", "", "2", "L"}},
+        PayloadRow{"emptyTexts", kPid + hex("00 00 00"), Entry{12345, "", "", "", "", ""}},
+        PayloadRow{"nameAloneIsMissing", kPid + hex("00 03") + raw("1.2") + hex("04") + raw("Beta"),
+                   Entry{12345, "", "", "", "1.2", "Beta"}},
+        PayloadRow{"versionAloneIsMissing", kPid + hex("03") + raw("foo") + hex("00 04") + raw("Beta"),
+                   Entry{12345, "foo", "", "", "", "Beta"}},
+        PayloadRow{"labelAloneIsThere", kPid + hex("00 00 04") + raw("Beta"), Entry{12345, "", "", "", "", "Beta"}},
+        PayloadRow{"bytesBehindTheLabel", kPid + hex("01") + raw("a") + hex("01") + raw("b") + hex("01") + raw("cdef"),
+                   Entry{12345, "a", "", "", "b", "c"}},
+        PayloadRow{"longestTexts",
+                   kPid + hex("FF") + Bytes(255, 'n') + hex("FF") + Bytes(255, 'v') + hex("FF") + Bytes(255, 'l'),
+                   Entry{12345, std::string(255, 'n'), "", "", std::string(255, 'v'), std::string(255, 'l')}},
+        PayloadRow{"nameRunsPastTheEnd", kPid + hex("07") + raw("ostrel"), Entry{12345, "", "", "", "", ""}},
+        PayloadRow{"longestNameRunsPastTheEnd", kPid + hex("FF") + raw("ostrel"), Entry{12345, "", "", "", "", ""}},
+        PayloadRow{"versionRunsPastTheEnd", kPid + hex("01") + raw("a") + hex("04") + raw("1.2"),
+                   Entry{12345, "a", "", "", "", ""}},
+        PayloadRow{"labelRunsPastTheEnd", kPid + hex("01") + raw("a") + hex("01") + raw("b") + hex("05") + raw("Beta"),
+                   Entry{12345, "a", "", "", "b", ""}},
+        PayloadRow{"zeroByteInsideAText", kPid + hex("03 61 00 62"),
+                   Entry{12345, std::string("a\0b", 3), "", "", "", ""}},
+        PayloadRow{"bytesAboveAscii", kPid + hex("02 C3 A4"), Entry{12345, "\xC3\xA4", "", "", "", ""}}),
     [](const auto& row) { return std::string(row.param.why); });
 
 // "ostrel", "1.2" and "Beta" take 4 + 7 + 4 + 5 bytes.

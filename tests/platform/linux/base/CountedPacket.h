@@ -7,7 +7,9 @@
 
 namespace sockettest {
 
-class CountedPacket : public ProprietarySocketCommon::TPacket {
+using TPacket = ProprietarySocketCommon::TPacket;
+
+class CountedPacket : public TPacket {
 public:
     explicit CountedPacket(unsigned short commandId, unsigned payloadBytes = 0) : TPacket(payloadBytes, commandId) {
         ++count();

@@ -20,14 +20,14 @@ void touch(TPacket*& packet) {
     EXPECT_FALSE(packet->hasPayload(packet->size + 1));
 }
 
-struct Row {
+struct StreamRow {
     const char* why;
     const char* bytes;
     bool linkLives;
     std::size_t handled;  // by the hook
 };
 
-class HostilePeer : public Connected, public testing::WithParamInterface<Row> {
+class HostilePeer : public Connected, public testing::WithParamInterface<StreamRow> {
 protected:
     HostilePeer() { client.onPacket = touch; }
 };
@@ -52,23 +52,23 @@ TEST_P(HostilePeer, DoesNoHarm) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, HostilePeer,
-                         testing::Values(Row{"lengthZero", "00000000 03E8 0008", false, 0},
-                                         Row{"lengthOne", "00000001 03E8 0008", false, 0},
-                                         Row{"lengthFour", "00000004 03E8 0008", false, 0},
-                                         Row{"lengthSeven", "00000007 03E8 0008", false, 0},
-                                         Row{"goodThenShort", "00000008 03E8 0008 00000005 03E8", false, 1},
-                                         Row{"offsetZero", "0000000A 03E8 0000 0102", true, 1},
-                                         Row{"offsetInTheHeader", "0000000A 03E8 0007 0102", true, 1},
-                                         Row{"offsetAtTheEnd", "0000000A 03E8 000A 0102", true, 1},
-                                         Row{"offsetBeyondTheEnd", "0000000A 03E8 000B 0102", true, 1},
-                                         Row{"offsetFarBeyond", "00000008 03E8 FFFF", true, 1},
-                                         Row{"pingOutOfSync", "00000008 0001 0008", true, 0},
-                                         Row{"pingWithOffsetBeyond", "00000008 0001 FFFF", true, 0},
-                                         Row{"infoWithoutPayload", "00000008 0002 0008", true, 0},
-                                         Row{"infoWithOffsetBeyond", "0000000C 0002 0010 01020304", true, 0},
-                                         Row{"infoWithLongName", "0000000E 0002 0008 01000000 FF 41", true, 0},
-                                         Row{"commandZero", "00000008 0000 0008", true, 1},
-                                         Row{"commandOfAllBits", "00000008 FFFF 0008", true, 1}),
+                         testing::Values(StreamRow{"lengthZero", "00000000 03E8 0008", false, 0},
+                                         StreamRow{"lengthOne", "00000001 03E8 0008", false, 0},
+                                         StreamRow{"lengthFour", "00000004 03E8 0008", false, 0},
+                                         StreamRow{"lengthSeven", "00000007 03E8 0008", false, 0},
+                                         StreamRow{"goodThenShort", "00000008 03E8 0008 00000005 03E8", false, 1},
+                                         StreamRow{"offsetZero", "0000000A 03E8 0000 0102", true, 1},
+                                         StreamRow{"offsetInTheHeader", "0000000A 03E8 0007 0102", true, 1},
+                                         StreamRow{"offsetAtTheEnd", "0000000A 03E8 000A 0102", true, 1},
+                                         StreamRow{"offsetBeyondTheEnd", "0000000A 03E8 000B 0102", true, 1},
+                                         StreamRow{"offsetFarBeyond", "00000008 03E8 FFFF", true, 1},
+                                         StreamRow{"pingOutOfSync", "00000008 0001 0008", true, 0},
+                                         StreamRow{"pingWithOffsetBeyond", "00000008 0001 FFFF", true, 0},
+                                         StreamRow{"infoWithoutPayload", "00000008 0002 0008", true, 0},
+                                         StreamRow{"infoWithOffsetBeyond", "0000000C 0002 0010 01020304", true, 0},
+                                         StreamRow{"infoWithLongName", "0000000E 0002 0008 01000000 FF 41", true, 0},
+                                         StreamRow{"commandZero", "00000008 0000 0008", true, 1},
+                                         StreamRow{"commandOfAllBits", "00000008 FFFF 0008", true, 1}),
                          [](const auto& row) { return std::string(row.param.why); });
 
 class HostileLength : public Connected, public testing::WithParamInterface<const char*> {};

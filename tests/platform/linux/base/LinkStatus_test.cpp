@@ -22,14 +22,14 @@ TEST(LinkStatus, FieldsStandInTheirOrder) {
     EXPECT_EQ(responseCount, 7U);
 }
 
-struct Row {
+struct DifferenceRow {
     const char* why;
     LinkStatus a, b;
     double maxRoundTrip, totalRoundTrip;
     std::uint32_t responseCount;
 };
 
-class LinkStatusDifference : public testing::TestWithParam<Row> {};
+class LinkStatusDifference : public testing::TestWithParam<DifferenceRow> {};
 
 TEST_P(LinkStatusDifference, IsThatOfTheFiguresWithAllFlagsFalse) {
     const LinkStatus difference = GetParam().a - GetParam().b;
@@ -39,22 +39,23 @@ TEST_P(LinkStatusDifference, IsThatOfTheFiguresWithAllFlagsFalse) {
     EXPECT_EQ(difference.responseCount, GetParam().responseCount);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, LinkStatusDifference,
-                         testing::Values(Row{"ofNothing", {}, {}, 0, 0, 0},
-                                         Row{"ofAnInterval",
-                                             {true, true, true, true, 0.5, 8.25, 30},
-                                             {true, true, true, true, 0.25, 8, 20},
-                                             0.25,
-                                             0.25,
-                                             10},
-                                         Row{"flagsOfOneSide", {true, true, true, true, 1, 1, 1}, {}, 1, 1, 1},
-                                         Row{"flagsOfTheOtherSide", {}, {true, true, true, true, 0, 0, 0}, 0, 0, 0},
-                                         Row{"afterAReset",
-                                             {true, false, true, false, 0.25, 0.5, 2},
-                                             {true, false, true, false, 1, 4, 3},
-                                             -0.75,
-                                             -3.5,
-                                             0xFFFFFFFF}),
-                         [](const auto& row) { return std::string(row.param.why); });
+INSTANTIATE_TEST_SUITE_P(
+    Rows, LinkStatusDifference,
+    testing::Values(DifferenceRow{"ofNothing", {}, {}, 0, 0, 0},
+                    DifferenceRow{"ofAnInterval",
+                                  {true, true, true, true, 0.5, 8.25, 30},
+                                  {true, true, true, true, 0.25, 8, 20},
+                                  0.25,
+                                  0.25,
+                                  10},
+                    DifferenceRow{"flagsOfOneSide", {true, true, true, true, 1, 1, 1}, {}, 1, 1, 1},
+                    DifferenceRow{"flagsOfTheOtherSide", {}, {true, true, true, true, 0, 0, 0}, 0, 0, 0},
+                    DifferenceRow{"afterAReset",
+                                  {true, false, true, false, 0.25, 0.5, 2},
+                                  {true, false, true, false, 1, 4, 3},
+                                  -0.75,
+                                  -3.5,
+                                  0xFFFFFFFF}),
+    [](const auto& row) { return std::string(row.param.why); });
 
 }  // namespace

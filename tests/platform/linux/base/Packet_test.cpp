@@ -4,12 +4,12 @@
 #include <type_traits>
 
 #include "platform/linux/base/ProprietarySocketCommon.h"
+#include "tests/platform/linux/base/CountedPacket.h"
 #include "tests/platform/linux/base/LoopbackServer.h"
 #include "tests/platform/linux/base/ReplacedCalls.h"
 #include "tests/support/CapturedOutput.h"
 
 using namespace sockettest;
-using TPacket = ProprietarySocketCommon::TPacket;
 
 static_assert(std::has_virtual_destructor_v<TPacket> && std::has_virtual_destructor_v<ProprietarySocketCommon>);
 static_assert(!std::is_copy_constructible_v<TPacket> && !std::is_copy_assignable_v<TPacket>);

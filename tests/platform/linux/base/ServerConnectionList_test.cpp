@@ -36,13 +36,13 @@ TEST(ServerConnectionTable, RowOfAFileServerWithoutVersion) {
             "       812   |           ostrel |         (FS) File Server |         (FS) File Server |         | \n");
 }
 
-struct Row {
+struct LineRow {
     const char* why;
     Entry entry;
     const char* line;
 };
 
-class ServerConnectionRow : public testing::TestWithParam<Row> {};
+class ServerConnectionRow : public testing::TestWithParam<LineRow> {};
 
 TEST_P(ServerConnectionRow, IsOneLine) {
     const std::string table = tableOf({GetParam().entry});
@@ -52,16 +52,18 @@ TEST_P(ServerConnectionRow, IsOneLine) {
 INSTANTIATE_TEST_SUITE_P(
     Rows, ServerConnectionRow,
     testing::Values(
-        Row{"allFields", Entry{1, "ostrel", "(FS) File Server", "Cellar", "1.2.3", "Beta"},
+        LineRow{
+            "allFields", Entry{1, "ostrel", "(FS) File Server", "Cellar", "1.2.3", "Beta"},
             "         1   |           ostrel |         (FS) File Server |                   Cellar |   1.2.3 | Beta"},
-        Row{"unknownName", Entry{99999999, "foo", "", "", "1", ""},
-            "  99999999   |              foo |                      foo |                      foo |       1 | "},
-        Row{"longerValuesAreNotCut",
+        LineRow{"unknownName", Entry{99999999, "foo", "", "", "1", ""},
+                "  99999999   |              foo |                      foo |                      foo |       1 | "},
+        LineRow{
+            "longerValuesAreNotCut",
             Entry{-2147483647, "seventeen-letters", "twenty-five letters in all", "", "12345678", "a label"},
             "  -2147483647   | seventeen-letters | twenty-five letters in all | twenty-five letters in all | 12345678 "
             "| a label"},
-        Row{"nothing", Entry{},
-            "         0   |                  |                          |                          |         | "}),
+        LineRow{"nothing", Entry{},
+                "         0   |                  |                          |                          |         | "}),
     [](const auto& row) { return std::string(row.param.why); });
 
 TEST(ServerConnectionTable, RowsKeepTheirOrder) {

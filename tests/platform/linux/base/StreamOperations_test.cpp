@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "platform/linux/base/ProprietarySocketCommon.h"
+#include "tests/platform/linux/base/CountedPacket.h"
 #include "tests/platform/linux/base/LoopbackServer.h"
 #include "tests/platform/linux/base/ReplacedCalls.h"
 #include "tests/support/CapturedOutput.h"
@@ -18,7 +19,6 @@
 
 using namespace sockettest;
 using testsupport::CapturedOutput;
-using TPacket = ProprietarySocketCommon::TPacket;
 
 namespace {
 
@@ -178,35 +178,15 @@ TEST(ReceiveChunk, GoesOnAfterInterruptedCalls) {
     EXPECT_EQ(output.text(), "");
 }
 
-std::atomic<int> signalsSeen{0};
-
-/// SIGUSR1 interrupts calls and does nothing else, for the life of the object.
-class InterruptingSignal {
-public:
-    InterruptingSignal() {
-        signalsSeen = 0;
-        struct sigaction action {};
-        action.sa_handler = [](int) { ++signalsSeen; };
-        sigaction(SIGUSR1, &action, &previous);
-    }
-    ~InterruptingSignal() { sigaction(SIGUSR1, &previous, nullptr); }
-    InterruptingSignal(const InterruptingSignal&) = delete;
-    InterruptingSignal& operator=(const InterruptingSignal&) = delete;
-
-private:
-    struct sigaction previous {};
-};
-
 TEST(ReceiveChunk, SignalDoesNotEndTheRead) {
-    const InterruptingSignal signal;
+    const testsupport::InterruptingSignal signal;
     StreamPair stream;
     TPacket packet;
     std::atomic<bool> received{false};
     std::thread reader([&] { received = receive(packet, stream.near); });
     for (const Bytes& piece : {hex("0000"), hex("0009 0007"), hex("0008 55")}) {
-        const int before = signalsSeen;
-        EXPECT_TRUE(
-            testsupport::signalUntil(reader.native_handle(), SIGUSR1, [before] { return signalsSeen > before; }));
+        const int before = signal.seen();
+        EXPECT_TRUE(testsupport::signalUntil(reader.native_handle(), SIGUSR1, [&] { return signal.seen() > before; }));
         stream.far.write(piece);
     }
     reader.join();

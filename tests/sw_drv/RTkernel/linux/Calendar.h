@@ -1,8 +1,11 @@
 #pragma once
 /// A calendar for checking: counts years and months one by one, and knows nothing of the C library's.
 
+#include <sys/time.h>
+
 #include <cstdint>
 #include <ctime>
+#include <limits>
 #include <random>
 
 #include "tests/support/TempFolder.h"
@@ -47,6 +50,16 @@ inline Moment randomMoment(std::mt19937& random, int firstYear, int lastYear) {
     if (edge == 1) m = {m.year, m.month, daysIn(m.year, m.month), 23, 59, 59};
     return m;
 }
+
+/// That time since 1970, UTC.
+inline timeval at(std::int64_t seconds, std::int64_t microseconds) {
+    timeval time{};
+    time.tv_sec = seconds;
+    time.tv_usec = microseconds;
+    return time;
+}
+
+inline constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 /// The local time zone for the life of the object, in the form "EST5EDT,M3.2.0,M11.1.0" of POSIX.
 class Zone {

@@ -21,7 +21,7 @@ using kittest::require;
 
 namespace {
 
-timespec at(std::int64_t seconds, long nanoseconds) {
+timespec sinceStart(std::int64_t seconds, long nanoseconds) {
     timespec time{};
     time.tv_sec = static_cast<std::time_t>(seconds);
     time.tv_nsec = nanoseconds;
@@ -40,18 +40,20 @@ TEST_P(MillisecondsSince, TruncatesAndWraps) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Rows, MillisecondsSince,
-    testing::Values(SinceRow{"same", at(5, 5), at(5, 5), 0}, SinceRow{"seconds", at(5, 0), at(8, 0), 3000},
-                    SinceRow{"nanoseconds", at(5, 0), at(5, 7'000'000), 7},
-                    SinceRow{"cutsDown", at(5, 0), at(5, 1'999'999), 1},
-                    SinceRow{"justBelowOne", at(5, 0), at(5, 999'999), 0},
+    testing::Values(SinceRow{"same", sinceStart(5, 5), sinceStart(5, 5), 0},
+                    SinceRow{"seconds", sinceStart(5, 0), sinceStart(8, 0), 3000},
+                    SinceRow{"nanoseconds", sinceStart(5, 0), sinceStart(5, 7'000'000), 7},
+                    SinceRow{"cutsDown", sinceStart(5, 0), sinceStart(5, 1'999'999), 1},
+                    SinceRow{"justBelowOne", sinceStart(5, 0), sinceStart(5, 999'999), 0},
                     // The nanoseconds are cut apart from the seconds, towards zero: 1000 - 0, not 999.
-                    SinceRow{"negativeNanosecondsAreCutTowardsZero", at(5, 1'999'999), at(6, 1'000'000), 1000},
-                    SinceRow{"negativeNanoseconds", at(5, 900'000'000), at(7, 100'000'000), 1200},
-                    SinceRow{"before", at(5, 0), at(3, 0), -2000},
-                    SinceRow{"lastBeforeTheWrap", at(0, 0), at(2147483, 647'000'000), INT_MAX},
-                    SinceRow{"firstAfterTheWrap", at(0, 0), at(2147483, 648'000'000), INT_MIN},
-                    SinceRow{"afterTwoWraps", at(0, 0), at(4294967, 297'000'000), 1},
-                    SinceRow{"afterYears", at(0, 0), at(4294967LL * 300, 0), -88800}),
+                    SinceRow{"negativeNanosecondsAreCutTowardsZero", sinceStart(5, 1'999'999), sinceStart(6, 1'000'000),
+                             1000},
+                    SinceRow{"negativeNanoseconds", sinceStart(5, 900'000'000), sinceStart(7, 100'000'000), 1200},
+                    SinceRow{"before", sinceStart(5, 0), sinceStart(3, 0), -2000},
+                    SinceRow{"lastBeforeTheWrap", sinceStart(0, 0), sinceStart(2147483, 647'000'000), INT_MAX},
+                    SinceRow{"firstAfterTheWrap", sinceStart(0, 0), sinceStart(2147483, 648'000'000), INT_MIN},
+                    SinceRow{"afterTwoWraps", sinceStart(0, 0), sinceStart(4294967, 297'000'000), 1},
+                    SinceRow{"afterYears", sinceStart(0, 0), sinceStart(4294967LL * 300, 0), -88800}),
     [](const auto& row) { return std::string(row.param.why); });
 
 TEST(MonotonicMilliseconds, RunsWithTheMonotonicClock) {

@@ -11,6 +11,9 @@
 
 namespace kittest {
 
+/// Milliseconds: longer than any test waits.
+inline constexpr int kNever = 60'000;
+
 /// Counts its expiries and runs what the test gives it.
 class ProbeTimer : public threadfunc::TTimerBase {
 public:

@@ -57,16 +57,10 @@ TEST(Semaphore, WaitsForAPostOfAnotherThread) {
     EXPECT_EQ(units.value(), 0);
 }
 
-std::atomic<int> signalsSeen{0};
-
 TEST(Semaphore, WaitGoesOnSilentlyAfterASignal) {
     const testsupport::CapturedOutput output(STDOUT_FILENO);
     const testsupport::CapturedOutput errors(STDERR_FILENO);
-    struct sigaction action {};
-    struct sigaction previous {};
-    action.sa_handler = [](int) { ++signalsSeen; };
-    sigaction(SIGUSR1, &action, &previous);
-    signalsSeen = 0;
+    const testsupport::InterruptingSignal signal;
     semaphore units(0);
     std::atomic<bool> got{false};
     std::thread waiter([&] {
@@ -74,12 +68,11 @@ TEST(Semaphore, WaitGoesOnSilentlyAfterASignal) {
         got = true;
     });
     for (int i = 1; i <= 20 && !HasFailure(); ++i) {
-        EXPECT_TRUE(testsupport::signalUntil(waiter.native_handle(), SIGUSR1, [i] { return signalsSeen >= i; }));
+        EXPECT_TRUE(testsupport::signalUntil(waiter.native_handle(), SIGUSR1, [&] { return signal.seen() >= i; }));
         EXPECT_FALSE(got);
     }
     units.post();
     waiter.join();
-    sigaction(SIGUSR1, &previous, nullptr);
     EXPECT_TRUE(got);
     EXPECT_EQ(output.text() + errors.text(), "");
 }

@@ -10,12 +10,11 @@
 #include "tests/sw_drv/RTkernel/linux/InjectedCalls.h"
 #include "tests/sw_drv/RTkernel/linux/ProbeTimer.h"
 
+using kittest::kNever;
 using threadfunc::queue_template;
 using threadfunc::timer_template;
 
 namespace {
-
-constexpr int kNever = 60'000;  // longer than any test waits
 
 using Queue = queue_template<int>;
 

@@ -21,13 +21,12 @@
 #include "tests/sw_drv/RTkernel/linux/ProbeTimer.h"
 
 using kittest::awaitTimerPass;
+using kittest::kNever;
 using kittest::ProbeTimer;
 using threadfunc::queue_template;
 using threadfunc::timer_template;
 
 namespace {
-
-constexpr int kNever = 60'000;  // longer than any test waits
 
 // ThreadSanitizer sees what values do not show.
 int rounds() { return kittest::watchedByThreadSanitizer() ? 1000 : 100; }

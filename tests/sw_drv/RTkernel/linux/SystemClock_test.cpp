@@ -13,14 +13,9 @@
 using threadfunc::PackedDate;
 using threadfunc::PackedTime;
 
-namespace {
+using calendar::at;
 
-timeval at(std::int64_t seconds, std::int64_t microseconds) {
-    timeval time{};
-    time.tv_sec = seconds;
-    time.tv_usec = microseconds;
-    return time;
-}
+namespace {
 
 // Runs `body` with the local time now, again when the second has passed meanwhile.
 template <typename Body>
@@ -104,13 +99,13 @@ TEST(LocalClock, FollowsAChangeOfTheZone) {
     EXPECT_TRUE(apart == 10 || apart == 9);  // 9 when an hour began between the two
 }
 
-struct TimeRow {
+struct SetTimeRow {
     const char* why;
     timeval now;
     PackedTime time;
     std::int64_t seconds;
 };
-class ClockWithTime : public testing::TestWithParam<TimeRow> {};
+class ClockWithTime : public testing::TestWithParam<SetTimeRow> {};
 TEST_P(ClockWithTime, IsThatTimeOfTheUtcDay) {
     const calendar::Zone zone("EST5");  // makes no difference: the time is taken as UTC
     const timeval set = threadfunc::clockWithTime(GetParam().now, GetParam().time);
@@ -119,21 +114,22 @@ TEST_P(ClockWithTime, IsThatTimeOfTheUtcDay) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Rows, ClockWithTime,
-    testing::Values(TimeRow{"ordinary", at(1775221507, 250000), {9, 5, 7}, calendar::secondsOf({2026, 4, 3, 9, 5, 7})},
-                    TimeRow{"midnight", at(1775221507, 0), {0, 0, 0}, calendar::secondsOf({2026, 4, 3, 0, 0, 0})},
-                    TimeRow{"last", at(1775221507, 0), {23, 59, 59}, calendar::secondsOf({2026, 4, 3, 23, 59, 59})},
-                    TimeRow{"atMidnight", at(1775174400, 0), {1, 0, 0}, calendar::secondsOf({2026, 4, 3, 1, 0, 0})},
-                    TimeRow{"beyond32Bits", at(4294967296, 0), {0, 0, 1}, 4294944001}),
+    testing::Values(
+        SetTimeRow{"ordinary", at(1775221507, 250000), {9, 5, 7}, calendar::secondsOf({2026, 4, 3, 9, 5, 7})},
+        SetTimeRow{"midnight", at(1775221507, 0), {0, 0, 0}, calendar::secondsOf({2026, 4, 3, 0, 0, 0})},
+        SetTimeRow{"last", at(1775221507, 0), {23, 59, 59}, calendar::secondsOf({2026, 4, 3, 23, 59, 59})},
+        SetTimeRow{"atMidnight", at(1775174400, 0), {1, 0, 0}, calendar::secondsOf({2026, 4, 3, 1, 0, 0})},
+        SetTimeRow{"beyond32Bits", at(4294967296, 0), {0, 0, 1}, 4294944001}),
     [](const auto& row) { return std::string(row.param.why); });
 
-struct DateRow {
+struct SetDateRow {
     const char* why;
     const char* zone;
     timeval now;
     PackedDate date;
     std::int64_t seconds;
 };
-class ClockWithDate : public testing::TestWithParam<DateRow> {};
+class ClockWithDate : public testing::TestWithParam<SetDateRow> {};
 TEST_P(ClockWithDate, IsThatLocalMidnightAndTheTimeOfTheUtcDay) {
     const calendar::Zone zone(GetParam().zone);
     const timeval set = threadfunc::clockWithDate(GetParam().now, GetParam().date);
@@ -143,32 +139,32 @@ TEST_P(ClockWithDate, IsThatLocalMidnightAndTheTimeOfTheUtcDay) {
 INSTANTIATE_TEST_SUITE_P(
     Rows, ClockWithDate,
     testing::Values(
-        DateRow{"yearCountsFrom1998Kept",
-                "UTC0",
-                at(1775221507, 250000),
-                {15, 7, 29, 0},
-                calendar::secondsOf({2027, 7, 15, 13, 5, 7})},
-        DateRow{"firstYear", "UTC0", at(1775221507, 0), {1, 1, 0, 0}, calendar::secondsOf({1998, 1, 1, 13, 5, 7})},
-        DateRow{"weekdayIsNotLookedAt",
-                "UTC0",
-                at(1775221507, 0),
-                {15, 7, 29, 6},
-                calendar::secondsOf({2027, 7, 15, 13, 5, 7})},
-        DateRow{"midnightIsLocal",
-                "CET-1",
-                at(1775221507, 0),
-                {15, 7, 29, 0},
-                calendar::secondsOf({2027, 7, 15, 12, 5, 7})},
-        DateRow{"inStandardTimeAlsoInSummer",
-                "CET-1CEST,M3.5.0,M10.5.0/3",
-                at(1775221507, 0),
-                {15, 7, 29, 0},
-                calendar::secondsOf({2027, 7, 15, 12, 5, 7})},
-        DateRow{"fullYearLandsFarAhead",
-                "UTC0",
-                at(1775221507, 0),
-                {3, 4, 2026, 5},
-                calendar::secondsOf({4024, 4, 3, 13, 5, 7})}),
+        SetDateRow{"yearCountsFrom1998Kept",
+                   "UTC0",
+                   at(1775221507, 250000),
+                   {15, 7, 29, 0},
+                   calendar::secondsOf({2027, 7, 15, 13, 5, 7})},
+        SetDateRow{"firstYear", "UTC0", at(1775221507, 0), {1, 1, 0, 0}, calendar::secondsOf({1998, 1, 1, 13, 5, 7})},
+        SetDateRow{"weekdayIsNotLookedAt",
+                   "UTC0",
+                   at(1775221507, 0),
+                   {15, 7, 29, 6},
+                   calendar::secondsOf({2027, 7, 15, 13, 5, 7})},
+        SetDateRow{"midnightIsLocal",
+                   "CET-1",
+                   at(1775221507, 0),
+                   {15, 7, 29, 0},
+                   calendar::secondsOf({2027, 7, 15, 12, 5, 7})},
+        SetDateRow{"inStandardTimeAlsoInSummer",
+                   "CET-1CEST,M3.5.0,M10.5.0/3",
+                   at(1775221507, 0),
+                   {15, 7, 29, 0},
+                   calendar::secondsOf({2027, 7, 15, 12, 5, 7})},
+        SetDateRow{"fullYearLandsFarAhead",
+                   "UTC0",
+                   at(1775221507, 0),
+                   {3, 4, 2026, 5},
+                   calendar::secondsOf({4024, 4, 3, 13, 5, 7})}),
     [](const auto& row) { return std::string(row.param.why); });
 
 }  // namespace

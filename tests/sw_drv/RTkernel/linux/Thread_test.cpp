@@ -398,15 +398,9 @@ TEST(Sleep, LastsAtLeastAsLongAsAsked) {
     }
 }
 
-std::atomic<int> signalsSeen{0};
-
 // The deadline itself, 1500 ms among others, stands in FailedCalls_test.cpp.
 TEST(Sleep, EndsInItsTimeAlthoughSignalsInterruptIt) {
-    struct sigaction action {};
-    struct sigaction previous {};
-    action.sa_handler = [](int) { ++signalsSeen; };
-    sigaction(SIGUSR1, &action, &previous);
-    signalsSeen = 0;
+    const testsupport::InterruptingSignal signal;
     std::atomic<bool> done{false};
     milliseconds slept{};
     std::thread sleeper([&] {
@@ -418,11 +412,10 @@ TEST(Sleep, EndsInItsTimeAlthoughSignalsInterruptIt) {
         std::this_thread::sleep_for(milliseconds(2));
     }
     sleeper.join();
-    sigaction(SIGUSR1, &previous, nullptr);
     EXPECT_GE(slept, milliseconds(300));
     EXPECT_LT(slept, milliseconds(3000));
     const bool heldBack = kittest::watchedByThreadSanitizer();  // it delivers signals after the sleep
-    EXPECT_GT(signalsSeen, heldBack ? 0 : 5);
+    EXPECT_GT(signal.seen(), heldBack ? 0 : 5);
 }
 
 TEST(ThreadId, IsTheKernelsAndDiffersFromThreadToThread) {

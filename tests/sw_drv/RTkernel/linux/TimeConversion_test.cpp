@@ -13,16 +13,10 @@
 #include "tests/support/TempFolder.h"
 #include "tests/sw_drv/RTkernel/linux/Calendar.h"
 
+using calendar::at;
+using calendar::kInfinity;
+
 namespace {
-
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-
-timeval at(std::int64_t seconds, std::int64_t microseconds) {
-    timeval time{};
-    time.tv_sec = seconds;
-    time.tv_usec = microseconds;
-    return time;
-}
 
 void expectTime(const timeval& time, std::int64_t seconds, std::int64_t microseconds) {
     EXPECT_EQ(time.tv_sec, seconds);

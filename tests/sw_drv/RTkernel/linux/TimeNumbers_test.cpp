@@ -7,23 +7,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <random>
 #include <string>
 
 #include "tests/sw_drv/RTkernel/linux/Calendar.h"
 
+using calendar::at;
+using calendar::kInfinity;
+
 namespace {
 
 constexpr int kRandomCases = 30000;
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-
-timeval at(std::int64_t seconds, std::int64_t microseconds) {
-    timeval time{};
-    time.tv_sec = seconds;
-    time.tv_usec = microseconds;
-    return time;
-}
 
 // The number that the digits read as: what a person would write down.
 template <typename... Values>

@@ -21,6 +21,7 @@
 
 using kittest::awaitTimerPass;
 using kittest::HeldTimerThread;
+using kittest::kNever;
 using kittest::ProbeTimer;
 using std::chrono::milliseconds;
 using testsupport::CapturedOutput;
@@ -33,7 +34,6 @@ namespace {
 static_assert(!std::is_copy_constructible_v<timer_template<int>>);
 static_assert(std::has_virtual_destructor_v<threadfunc::TTimerBase>);
 
-constexpr int kNever = 60'000;  // longer than any test waits
 // The millisecond clock truncates both ends of an interval.
 constexpr milliseconds kEarly{2};
 
