@@ -85,7 +85,8 @@ function(dunmallow_add_library name)
 endfunction()
 
 # dunmallow_quick_compile(TARGET): for tests and their helpers, which are compiled more often than they run: no
-# optimising, and the common headers once (-fPIE: the helpers are parts of programs alone).
+# optimising, the common headers once (-fPIE: the helpers are parts of programs alone), and with DUNMALLOW_TEST_BATCH
+# several sources at a time, so that templates they share are made once.
 function(dunmallow_quick_compile target)
   target_compile_options(${target} PRIVATE -fPIE -O0 -g1 -U_FORTIFY_SOURCE)
   if(DUNMALLOW_COVERAGE)
@@ -93,6 +94,9 @@ function(dunmallow_quick_compile target)
   endif()
   dunmallow_precompile(${target} tests <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <atomic> <chrono>
     <filesystem> <functional> <iostream> <memory> <optional> <random> <string> <thread> <vector>)
+  if(DUNMALLOW_TEST_BATCH)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${DUNMALLOW_TEST_BATCH})
+  endif()
 endfunction()
 
 # dunmallow_add_test(NAME SOURCES ... LINKS ...): one GoogleTest program, run as one CTest test in shuffled order.
