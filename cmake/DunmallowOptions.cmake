@@ -25,7 +25,12 @@ target_compile_options(dunmallow_own_code INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>
-  -fstack-protector-strong -fstack-clash-protection)
+  -fstack-protector-strong -fstack-clash-protection
+  # No folder of the building machine is in what is built, so two builds in two folders are equal.
+  "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}=." "-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=."
+  "-fmacro-prefix-map=${PROJECT_BINARY_DIR}=." "-fdebug-prefix-map=${PROJECT_BINARY_DIR}=.")
+# The build id would differ with the debugging information, which a finished program has none of.
+target_link_options(dunmallow_own_code INTERFACE -Wl,--build-id=none)
 
 # What fuzzers and the coverage run watch: our own libraries and programs, and for coverage the tests, too, which are
 # the only users of some functions that stand in headers.
