@@ -15,7 +15,7 @@ endfunction()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
-set(CPACK_PACKAGE_CONTACT "dunmallow developers <developers@example.org>")
+set(CPACK_PACKAGE_CONTACT "dunmallow developers <developers@dunmallow.invalid>")
 set(CPACK_COMPONENTS_ALL dunmallow libdunmallow-dev corvane-sim)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
