@@ -22,7 +22,7 @@ target_link_options(dunmallow_options INTERFACE -Wl,-z,relro,-z,now)
 # a warning of a compiler that we have not met ends nothing.
 add_library(dunmallow_own_code INTERFACE)
 target_compile_options(dunmallow_own_code INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${DUNMALLOW_WARNINGS_AS_ERRORS}>:-Werror>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>
   -fstack-protector-strong -fstack-clash-protection
