@@ -135,6 +135,17 @@ class Run:
             return False
         return True
 
+    @contextlib.contextmanager
+    def terminal_stands_still(self):
+        """As between Ctrl-S and Ctrl-Q. The terminal is asked directly: the kernel gets to typed ones when it has time."""
+        terminal = os.open(f"/proc/{self.process.pid}/fd/1", os.O_RDWR | os.O_NOCTTY)
+        try:
+            termios.tcflow(terminal, termios.TCOOFF)
+            yield
+            termios.tcflow(terminal, termios.TCOON)
+        finally:
+            os.close(terminal)
+
     def threads(self):
         return len(os.listdir(f"/proc/{self.process.pid}/task"))
 
