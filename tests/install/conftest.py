@@ -24,7 +24,7 @@ def command(*words, **keywords):
 
 
 def install(build_folder, prefix, *words):
-    command("cmake", "--install", build_folder, "--prefix", prefix, *words)
+    command("cmake", "--install", build_folder, "--prefix", prefix, *words, umask=0o022)  # for every user to read
     return prefix
 
 
