@@ -66,3 +66,8 @@ def test_a_package_that_is_not_there_is_missed(tmp_path):
     make(tmp_path, "dunmallow")
     status, output = trial(tmp_path, tmp_path)
     assert status == 1 and f"expected one libdunmallow-dev_VERSION_{ARCHITECTURE}.deb" in output, output
+
+
+def test_a_folder_that_is_not_there_is_told_how_to_be_made(tmp_path):
+    status, output = trial(tmp_path / "build/packages", tmp_path)
+    assert status == 1 and output.count("\n") == 1 and "scripts/make-packages makes it" in output, output
