@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from conftest import COMPONENTS, REPOSITORY, command, install, installed, listed
+from installation import COMPONENTS, REPOSITORY, command, install, installed, listed
 
 
 @pytest.mark.parametrize("component", COMPONENTS)

@@ -9,7 +9,7 @@ import textwrap
 
 import pytest
 
-from conftest import REPOSITORY, command
+from installation import REPOSITORY, command
 
 CONSUMER = REPOSITORY / "tests/install/consumer"
 LIBRARIES = ("agapp", "canflasher", "dunmallow_app", "packetsocket", "threadfunc", "toolsmisc")

@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from conftest import REPOSITORY, command, listed
+from installation import REPOSITORY, command, listed
 
 PAGE = (REPOSITORY / "README.md").read_text(encoding="utf-8")
 FILES = dict(re.findall(r"`([\w.]+)`:\n\n```\w+\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL))

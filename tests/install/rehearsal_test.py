@@ -9,7 +9,7 @@ import tempfile
 
 import pytest
 
-from conftest import REPOSITORY, command
+from installation import REPOSITORY, command
 
 REFUSED_PATH = "a path that goes through a shell may hold letters, digits and /._+,:@%=- only"
 USAGE = "usage: corvane-sim FOLDER\n"

@@ -7,7 +7,7 @@ compiler would make, as it makes the same for the packages.
 import os
 import pathlib
 import re
-import subprocess
+import sys
 
 import kconfiglib
 import pytest
@@ -15,6 +15,10 @@ import pytest
 from bitbake import Recipe
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
+sys.path.append(str(TREE / "tests/install"))
+import installation  # noqa: E402
+from installation import command  # noqa: E402
+
 LAYER = TREE / "packaging/yocto"
 EXTERNAL = TREE / "packaging/buildroot"
 PACKAGE = EXTERNAL / "package/dunmallow"
@@ -26,20 +30,10 @@ FOLDERS = {"prefix": "/usr", "bindir": "/usr/bin", "libdir": "/usr/lib", "libexe
 RECIPE = Recipe(RECIPE_PATH, FOLDERS)
 
 
-def command(*words, **keywords):
-    """Runs it to its end; all that it said when it succeeds."""
-    done = subprocess.run([str(word) for word in words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                          timeout=280, check=False, **keywords)
-    assert done.returncode == 0, done.stdout
-    return done.stdout
-
-
 def listed(*components):
     """What an installation holds of these components, built as an image's Release."""
-    lines = (TREE / "tests/install/files").read_text(encoding="utf-8").splitlines()
-    rows = [line.split("\t") for line in lines]
     return {f"/usr/{path}".replace("Targets-CONFIG.cmake", "Targets-release.cmake")
-            for component, path in rows if component in components}
+            for path in installation.listed(*components)}
 
 
 def installed(root):
