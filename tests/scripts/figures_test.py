@@ -12,6 +12,7 @@ REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 FUZZ = "target           verdict   executions per-second  new-files    files\n" \
        "packets          ok           1200000      40000          3       30\n" \
        "client           FAILED          9000        300          0       28\n"
+FUZZER = "#9\tNEW    cov: 1\nstat::number_of_executed_units: 9\nstat::average_exec_per_sec:     3\n"
 SOAK = "     9 clean (done)\n     2 half close\n     1 kill bytes\n     2 kill moment\nexit statuses: 0: 14\n" \
        "ended from the dispatch thread: 11\n14 runs from seed 1 on in 3 s: 9 without a fault, 3 that waited to be ended; "
 REPORT = """<testsuites><testsuite>
@@ -30,6 +31,10 @@ ROWS = {
     # what files say: {name: text}, lines
     "a_failed_target_does_not_count": ({"a.log": FUZZ}, ["fuzz executions: packets\t1200000"]),
     "two_runs_are_added_up": ({"a.log": FUZZ, "b.log": FUZZ}, ["fuzz executions: packets\t2400000"]),
+    "a_fuzzer_itself": ({"path.log": FUZZER + "Done 9 runs in 3 second(s)\n"}, ["fuzz executions: path\t9"]),
+    "a_fuzzer_that_was_ended": ({"path.log": "==77== libFuzzer: run interrupted; exiting\n" + FUZZER},
+                                ["fuzz executions: path\t9"]),
+    "a_fuzzer_that_found_something": ({"path.log": FUZZER}, [""]),
     "uploads_by_kind": ({"a.log": SOAK + "14 as they should be, 0 not\n"}, [
         "uploads\t14", "uploads that end by `exit` on the dispatch thread\t11", "uploads: clean\t9",
         "uploads: half close\t2", "uploads: kill\t3"]),
