@@ -46,6 +46,10 @@ CapturedOutput::~CapturedOutput() {
 
 std::string CapturedOutput::text() const {
     flushAll();
+    return written();
+}
+
+std::string CapturedOutput::written() const {
     struct stat status {};
     fstat(file, &status);
     std::string content(static_cast<std::size_t>(status.st_size), '\0');

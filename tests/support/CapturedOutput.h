@@ -17,6 +17,9 @@ public:
     /// All that was written since construction; flushes both standard streams first. May be called repeatedly.
     std::string text() const;
 
+    /// What has come out so far, without what still lies in a buffer.
+    std::string written() const;
+
 private:
     int descriptor;
     int saved;

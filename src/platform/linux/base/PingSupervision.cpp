@@ -45,6 +45,7 @@ void ProprietarySocketClient::supervisePings() {
 void ProprietarySocketClient::handlePingTick() {
     if (pingPending) {
         std::printf("%6.3f ProprietarySocketClient CmdPing response missing (%i)\n", timeOfDay(), ++missingPings);
+        std::fflush(stdout);  // who watches a pipe or a file sees the line when it is true
     } else {
         missingPings = 0;
     }
@@ -76,6 +77,7 @@ bool ProprietarySocketClient::handleBuiltinPacket(TPacket*& packet) {
 void ProprietarySocketClient::handlePingAnswer() {
     if (!pingPending) {
         std::printf("%6.3f ProprietarySocketClient CmdPing received out of sync\n", timeOfDay());
+        std::fflush(stdout);
         return;
     }
     const MutexLock lock(statsMutex);

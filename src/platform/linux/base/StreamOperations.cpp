@@ -30,6 +30,7 @@ void reportReceiveError(ssize_t result, int error, int fd, const ReadStep& step)
     std::printf("ProprietarySocketCommon::receiveChunk() reports error: %i - %i (%s)- fd: %i, Size: %lu, nRead: %lu\n",
                 static_cast<int>(result), error, std::strerror(error), fd, static_cast<unsigned long>(step.wanted),
                 static_cast<unsigned long>(step.got));
+    std::fflush(stdout);  // who watches a pipe or a file sees why the connection ends, at once
 }
 
 /// Goes on reading to `buffer`, where the step began, until `limit` bytes of the step are there.

@@ -58,6 +58,7 @@ public:
     using ProprietarySocketClient::handlePingTick;
     using ProprietarySocketClient::kPingIntervalMs;
     using ProprietarySocketClient::pingIntervalMs;
+    using ProprietarySocketClient::pingQueue;
     using ProprietarySocketClient::rxQueue;
 
 private:

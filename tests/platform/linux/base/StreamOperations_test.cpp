@@ -258,7 +258,7 @@ TEST_P(ReceiveError, PrintsOneLineAndFails) {
     EXPECT_FALSE(ProprietarySocketCommon::receiveChunk(packet, 77));
     expectEmptied(packet);
     const std::string line = GetParam().line;
-    EXPECT_EQ(output.text(),
+    EXPECT_EQ(output.written(),
               line.empty() ? "" : "ProprietarySocketCommon::receiveChunk() reports error: " + line + "\n");
     EXPECT_EQ(errors.text(), "");
 }
