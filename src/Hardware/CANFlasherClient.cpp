@@ -112,11 +112,6 @@ void CANFlasherClient::storeRequest(UploadRequest newRequest) {
     uploadArmed = false;
 }
 
-UploadRequest CANFlasherClient::currentRequest() const {
-    const threadfunc::MutexLock lock(requestMutex);
-    return request;
-}
-
 /// Sends `packet`, waiting while the transmit buffer is full. Returns false when it was lost.
 bool CANFlasherClient::send(PacketPtr packet) {
     if (packet == nullptr) return false;

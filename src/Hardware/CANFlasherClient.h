@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "Hardware/UploadPackets.h"
@@ -135,13 +136,12 @@ private:
     void applyStatus(const TStatus& received);
     bool send(PacketPtr packet);
     void storeRequest(UploadRequest newRequest);
-    bool armUpload();
-    UploadRequest currentRequest() const;
+    std::optional<UploadRequest> dueRequest();
 
     mutable threadfunc::mutex statusMutex;
     TStatus lastStatus GUARDED_BY(statusMutex);  // `busy` is written under it too
 
-    mutable threadfunc::mutex requestMutex;
+    threadfunc::mutex requestMutex;
     UploadRequest request GUARDED_BY(requestMutex);
     bool uploadArmed GUARDED_BY(requestMutex) = false;  // the first step of the upload has come
 

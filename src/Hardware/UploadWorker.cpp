@@ -1,6 +1,7 @@
 // The client's worker thread, and what the dispatch thread hands to it.
 
 #include <cstdio>
+#include <optional>
 #include <utility>
 
 #include "Hardware/CANFlasherClient.h"
@@ -49,20 +50,22 @@ void CANFlasherClient::handleCommand(TUpdCmd command) {
 /// The first step only arms; the request goes out with the second, when the server has had time for its first report.
 void CANFlasherClient::uploadStep() {
     if (!connectToServer()) return;
-    if (armUpload()) {
+    const std::optional<UploadRequest> due = dueRequest();
+    if (!due) {
         stepTimer.restartOnce();
         return;
     }
-    const UploadRequest wanted = currentRequest();
-    if (!leadsToRegularFile(wanted.hexFile)) return;
+    if (!leadsToRegularFile(due->hexFile)) return;
     sendStatusReset();
-    send(makeUpload(wanted));
+    send(makeUpload(*due));
 }
 
-/// Marks the upload as armed. Returns false when it was already.
-bool CANFlasherClient::armUpload() {
+/// The request when it is armed; else arms it and returns nothing. Under one lock: a request that replaces another one
+/// in between would go out with its first step, and again with its second.
+std::optional<UploadRequest> CANFlasherClient::dueRequest() {
     const threadfunc::MutexLock lock(requestMutex);
-    return !std::exchange(uploadArmed, true);
+    if (!std::exchange(uploadArmed, true)) return std::nullopt;
+    return request;
 }
 
 void CANFlasherClient::poll() {

@@ -279,9 +279,12 @@ TEST_F(Upload, ALinkLostBeforeTheResetAppliesTheDefaultStatus) {
 /// Keeps the worker in the `number`th attempt to connect until it is let go.
 class HeldWorker {
 public:
-    HeldWorker(RecordingClient& held, int number) {
-        held.onConnect = [this, &held, number] {
-            if (++calls == number) {
+    /// Attempt `refused` fails, none with 0.
+    HeldWorker(RecordingClient& held, int number, int refused = 0) {
+        held.onConnect = [this, &held, number, refused] {
+            const int call = ++calls;
+            if (call == refused) return false;
+            if (call == number) {
                 arrived = true;
                 EXPECT_TRUE(waitFor([this] { return released.load(); }));
             }
@@ -316,6 +319,19 @@ TEST_F(Upload, ASecondRequestReplacesTheFirstAndBeginsItsTwoStepsAnew) {
     EXPECT_EQ(request(hexFile, 3), kUploadRequested);
     EXPECT_EQ(connection.readPacket(), kStatusReset) << "a request after that goes out again";
     EXPECT_EQ(connection.readPacket(), uploadPacket(2, 3, hexFile));
+    client.shutDown();
+}
+
+TEST_F(Upload, ARequestThatCannotConnectHasReplacedTheFirstAllTheSame) {
+    client.suppressPolling = true;
+    HeldWorker worker(client, 3, 4);  // the upload, the first step, the second; the upload that follows
+    EXPECT_EQ(request(hexFile, 1), kUploadRequested);
+    HandConnection connection = server.accept();
+    EXPECT_TRUE(worker.hasArrived());
+    EXPECT_EQ(request(hexFile, 2), kUploadServerNotReachable);
+    worker.letGo();
+    EXPECT_EQ(connection.readPacket(), kStatusReset);
+    EXPECT_EQ(connection.readPacket(), uploadPacket(2, 2, hexFile));
     client.shutDown();
 }
 
@@ -359,9 +375,28 @@ INSTANTIATE_TEST_SUITE_P(Rows, UploadRefused,
                                          RefusedRow{"invalidAddress", "b.hex", 254, 2}),
                          [](const auto& row) { return std::string(row.param.why); });
 
-TEST_F(Upload, AStatusRequestThatCannotConnectIsNoFailureAndBothTimersRun) {
-    ASSERT_TRUE(client.updateQueue.tryPut(UpdQuit));  // nobody takes what the timers put
+/// Ends the worker, so that nobody takes what the timers put.
+void endWorker(RecordingClient& client) {
+    ASSERT_TRUE(client.updateQueue.tryPut(UpdQuit));
     ASSERT_TRUE(waitFor([&] { return client.updateQueue.size() == 0; }));
+}
+
+TEST_F(Upload, SuppressedPollingDoesNotArmItsTimer) {
+    endWorker(client);
+    client.suppressPolling = true;
+    client.pollTimer.setInterval(1);
+    client.stepTimer.setInterval(30);
+    client.onConnect = [] { return true; };
+    EXPECT_EQ(request(hexFile), kUploadRequested);
+    EXPECT_TRUE(waitFor([&] { return client.updateQueue.size() > 0; }));
+    TUpdCmd command{};
+    EXPECT_TRUE(client.updateQueue.tryGet(command));
+    EXPECT_EQ(command, UpdStep);
+    EXPECT_FALSE(client.updateQueue.tryGet(command));
+}
+
+TEST_F(Upload, AStatusRequestThatCannotConnectIsNoFailureAndBothTimersRun) {
+    endWorker(client);
     client.stepTimer.setInterval(1);
     client.pollTimer.setInterval(1);
     int calls = 0;
