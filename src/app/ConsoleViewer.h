@@ -1,6 +1,7 @@
 #pragma once
 /// The client that the program creates: shows each status on the terminal and ends the process when the upload ends.
 
+#include <atomic>
 #include <cstdint>
 
 #include "Hardware/CANFlasherClient.h"
@@ -22,10 +23,22 @@ public:
     void statusChanged(const TStatus& status) override;
     /// Paints the block on standard output, over the one painted before, and clears `firstDraw`. One thread at a time.
     void drawStatus(const TStatus& status);
+    /// For who is about to say that the run has failed: from now on nothing is painted and no status ends the process.
+    /// Waits for ever when a status has ended it already: the screen shows how the run ended then, with its exit
+    /// status. A block that is being painted meanwhile is finished. Main thread.
+    void giveUp();
 
 protected:
     std::int32_t exitAfterFirstDraw;  ///< 1: the first painted status ends the process; 0: only one that is final
     bool firstDraw = true;            ///< nothing has been painted yet
+
+private:
+    /// What the run came to; settled once.
+    enum class Outcome { open, ended, failed };
+    bool settle(Outcome reached);
+    void finish();
+
+    std::atomic<Outcome> outcome{Outcome::open};  // written by `settle`
 };
 
 }  // namespace CANFlasher

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "app/BrokenPipesIgnored.h"
 #include "app/EventRing.h"
 #include "app/FlasherOptions.h"
 #include "app/SignalBlock.h"
@@ -18,30 +19,6 @@
 namespace CANFlasher {
 
 namespace {
-
-/// Keeps a write to a pipe without reader from ending the process: SIGPIPE is ignored for the life of the object. No
-/// longer, for a server that is started would inherit it. For the signal handler, which runs on one thread alone since
-/// all others block its signals: nested in itself it is undone in order.
-class BrokenPipesIgnored {
-public:
-    BrokenPipesIgnored() {
-        ignore.sa_handler = SIG_IGN;
-        sigemptyset(&ignore.sa_mask);
-        changed = sigaction(SIGPIPE, &ignore, &previous) == 0;
-    }
-    ~BrokenPipesIgnored() {
-        if (!changed) return;
-        sigaction(SIGPIPE, &ignore, nullptr);  // again: drops one that came while it was blocked
-        sigaction(SIGPIPE, &previous, nullptr);
-    }
-    BrokenPipesIgnored(const BrokenPipesIgnored&) = delete;
-    BrokenPipesIgnored& operator=(const BrokenPipesIgnored&) = delete;
-
-private:
-    struct sigaction ignore {};
-    struct sigaction previous {};
-    bool changed = false;
-};
 
 /// "Dunmallow: handleShutDownSignal( %i )\n" without printf, which the handler may have interrupted.
 void printSignalLine(int signal) {

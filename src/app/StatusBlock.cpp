@@ -43,6 +43,7 @@ std::array<std::string, kStatusLines> statusLines(const TStatus& status) {
 }
 
 void drawStatus(std::ostream& out, const TStatus& status, bool& firstDraw) {
+    out.clear();  // a block that did not get out, to a full disk or pipe, does not keep back those that follow
     if (firstDraw) {
         firstDraw = false;
         for (int line = 0; line < kStatusLines + 1; ++line) out << std::endl;

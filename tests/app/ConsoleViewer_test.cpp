@@ -1,13 +1,16 @@
 #include "app/ConsoleViewer.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <streambuf>
 #include <string>
+#include <thread>
 #include <typeinfo>
 #include <vector>
 
@@ -194,6 +197,37 @@ TEST(ConsoleViewer, AFinalStateIsTheLastThatIsPainted) {
     Showing process(true, {{0, Done, 100, 1, 1}, {0, Idle, 0, 1, 1}});
     EXPECT_EQ(process.wait(), 0);
     EXPECT_EQ(process.standardOutput().find("Idle"), std::string::npos);
+}
+
+// A server that runs already tells how its last upload ended just when the program says that it cannot start one.
+TEST(ConsoleViewer, AfterGivingUpNothingIsPaintedAndNoStatusEndsTheRun) {
+    ForkedRun process([] {
+        Viewer viewer(true);
+        viewer.giveUp();
+        viewer.statusChanged({MTCAN, Done, 100, 0x2A, 12345});
+        viewer.giveUp();
+        return kGoesOn;
+    });
+    EXPECT_EQ(process.wait(), kGoesOn);
+    EXPECT_EQ(process.standardOutput(), "");
+}
+
+std::atomic<bool> ending{false};
+
+TEST(ConsoleViewer, WhoGivesUpTooLateWaitsForTheEnd) {
+    ForkedRun process([] {
+        std::atexit([] {
+            ending = true;
+            std::this_thread::sleep_for(200ms);
+        });
+        Viewer viewer(true);
+        std::thread([&viewer] { viewer.statusChanged({MTCAN, Done, 100, 0x2A, 12345}); }).detach();
+        if (!testsupport::waitFor([] { return ending.load(); })) _exit(1);
+        viewer.giveUp();
+        _exit(kGoesOn);
+        return 0;
+    });
+    EXPECT_EQ(process.wait(), 0);
 }
 
 }  // namespace

@@ -204,6 +204,18 @@ TEST_F(EventRingTest, InitForgetsEventsCurrentEventAndIndicesButNotTheHandler) {
     EXPECT_EQ(handled, (std::vector<Event>{{9, 10}}));
 }
 
+TEST_F(EventRingTest, InitFreesEverySlot) {
+    while (ring.postEvent(0, 5, 6) == 1) {
+    }
+    ring.initEvents();
+    EXPECT_EQ(ring.eventWaiting(), 0U);
+    std::vector<Event> posted;
+    for (std::uint32_t number = 1; number <= 200; ++number) posted.emplace_back(number, 7);
+    for (const auto& [id, parameter] : posted) EXPECT_EQ(ring.postEvent(0, id, parameter), 1U);
+    EXPECT_EQ(ring.postEvent(0, 201, 7), 0U);
+    EXPECT_EQ(drain(), posted);
+}
+
 /// Runs a function on a thread of its own while this thread holds the process-wide lock.
 class UnderTheGlobalLock {
 public:
@@ -257,6 +269,14 @@ TEST_F(EventRingTest, WaitingClearsThePendingFlagOfAnEmptyRing) {
     EXPECT_TRUE(UnderTheGlobalLock([&] { EXPECT_EQ(ring.dispatchEvent(), 0U); }).returns());
 }
 
+TEST_F(EventRingTest, TakingFromAnEmptyRingClearsThePendingFlag) {
+    std::uint32_t parameter = 0;
+    ring.postEvent(0, 5, 6);
+    ring.dispatchEvent();
+    EXPECT_EQ(ring.takeEvent(parameter), 0U);
+    EXPECT_TRUE(UnderTheGlobalLock([&] { EXPECT_EQ(ring.dispatchEvent(), 0U); }).returns());
+}
+
 TEST_F(EventRingTest, TakeDoesNotTestThePendingFlag) {
     std::uint32_t parameter = 0;
     EXPECT_TRUE(UnderTheGlobalLock([&] { EXPECT_EQ(ring.takeEvent(parameter), 0U); }).waits());
@@ -285,6 +305,23 @@ TEST_F(EventRingTest, TheHandlerRunsWithoutTheLock) {
     ring.postEvent(0, 5, 6);
     EXPECT_EQ(ring.dispatchEvent(), 1U);
     EXPECT_TRUE(lockWasFree);
+}
+
+CurrentEvent seenByTheHandler;
+std::vector<std::uint32_t> answersToTheHandler;
+void useTheRing(std::uint32_t, std::uint32_t) {
+    answersToTheHandler = {askingRing->currentEvent(seenByTheHandler), askingRing->postEvent(0, 9, 9),
+                           askingRing->postEvent(0, 9, 9)};
+}
+
+TEST_F(EventRingTest, TheHandlerFindsItsEventCurrentAndItsSlotFree) {
+    askingRing = &ring;
+    ring.setEventHandler(useTheRing);
+    for (std::uint32_t number = 1; number <= 200; ++number) ring.postEvent(0, number, 70 + number);
+    EXPECT_EQ(ring.dispatchEvent(), 1U);
+    EXPECT_EQ(seenByTheHandler.id, 1U);
+    EXPECT_EQ(seenByTheHandler.parameter, 71U);
+    EXPECT_EQ(answersToTheHandler, (std::vector<std::uint32_t>{1, 1, 0})) << "current; one free slot, not two";
 }
 
 TEST_F(EventRingTest, AThreadThatHoldsTheLockMayPostAndDispatch) {

@@ -105,6 +105,15 @@ TEST(StatusBlock, LeavesTheStreamDecimal) {
     EXPECT_EQ(out.str(), "255");
 }
 
+// Standard output shared with a program that made it non-blocking, or a disk that was full for a while.
+TEST(StatusBlock, ABlockThatDidNotGetOutKeepsBackNone) {
+    std::ostringstream out;
+    bool firstDraw = false;
+    out.setstate(std::ios_base::badbit);
+    drawStatus(out, {}, firstDraw);
+    EXPECT_EQ(out.str(), kDefaultBlock);
+}
+
 /// Remembers what was written between two flushes.
 class FlushRecorder : public std::streambuf {
 public:

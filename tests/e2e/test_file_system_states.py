@@ -436,14 +436,33 @@ def test_where_the_server_is_looked_for(rig, name):
     assert rig.launches.read_text() == expected
 
 
-@pytest.mark.parametrize("closed", ["<&-", ">&-", "2>&-", "<&- >&-", "<&- >&- 2>&-"])
-def test_closed_standard_descriptors_put_nothing_on_the_wire(rig, closed):
-    """Whatever takes the numbers 0 to 2, the server gets the program's packets and not a byte of its texts."""
-    server = rig.scripted_server()
+CLOSED = ["<&-", ">&-", "2>&-", "<&- >&-", "<&- >&- 2>&-"]
+
+
+def close_standard_descriptors(rig, closed):
+    """The program of the rig is started with these closed from now on."""
     starter = rig.folder / "closing"
     starter.write_text(f'#!/bin/sh\nexec "{rig.program}" "$@" {closed}\n')
     starter.chmod(0o755)
     rig.program = starter
+
+
+@pytest.mark.parametrize("arguments", [["-u", "missing.hex", "-a", "1"], ["-u", "/dev/null"]], ids=["file", "address"])
+@pytest.mark.parametrize("closed", CLOSED)
+def test_closed_standard_descriptors_put_no_message_on_the_wire(rig, closed, arguments):
+    server = rig.scripted_server()
+    close_standard_descriptors(rig, closed)
+    run = rig.run(*arguments, "-p", server.port)
+    link = server.accept()
+    assert run.wait() == 1
+    assert link.recv(1000) == b""
+
+
+@pytest.mark.parametrize("closed", CLOSED)
+def test_closed_standard_descriptors_put_nothing_on_the_wire(rig, closed):
+    """Whatever takes the numbers 0 to 2, the server gets the program's packets and not a byte of its texts."""
+    server = rig.scripted_server()
+    close_standard_descriptors(rig, closed)
     run = rig.run("-u", rig.hex_file(), "-p", server.port, "-a", "1")
     link = server.accept()
     packets = [receive_packet(link) for _ in range(3)]

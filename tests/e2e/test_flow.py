@@ -1,8 +1,10 @@
 """From the command line to the last status against a server whose bytes are scripted."""
 
+import contextlib
 import os
 import signal
 import struct
+import subprocess
 import time
 
 import pytest
@@ -440,6 +442,43 @@ def test_a_storm_of_signals_ends_the_run_once(rig):
 
     wait_for(storm, "the end of the run under a storm of signals")
     assert run.wait() == 0
+
+
+@contextlib.contextmanager
+def with_standard_error_to(pipe, rig):
+    """A run that is refused for its hex file, its standard error at this end of a pipe."""
+    server = rig.scripted_server()
+    command = [rig.program, "-u", rig.folder / "missing.hex", "-p", str(server.port), "-a", "1"]
+    with subprocess.Popen(command, env=rig.env, stdout=subprocess.PIPE, stderr=pipe) as run:
+        os.close(pipe)
+        try:
+            yield run
+        finally:
+            run.kill()
+
+
+def test_an_error_line_survives_a_signal_while_nobody_reads(rig):
+    reading, writing = os.pipe()
+    os.set_blocking(writing, False)
+    waiting = 0
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            waiting += os.write(writing, bytes(4096))
+    os.set_blocking(writing, True)
+    with with_standard_error_to(writing, rig) as run, open(reading, "rb") as errors:
+        for number in (signal.SIGTERM, signal.SIGINT):
+            time.sleep(0.5)
+            assert run.poll() is None
+            run.send_signal(number)
+        assert errors.read()[waiting:] == b"Unable to find specified file\n"
+        assert run.wait(DEADLINE) == 1
+
+
+def test_an_error_line_that_nobody_can_read_is_an_error_all_the_same(rig):
+    reading, writing = os.pipe()
+    os.close(reading)
+    with with_standard_error_to(writing, rig) as run:
+        assert run.wait(DEADLINE) == 1
 
 
 def test_both_lines_of_two_signals_survive_a_terminal_that_stands_still(rig):

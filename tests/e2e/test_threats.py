@@ -1,10 +1,13 @@
 """What somebody who answers on the server's port can and cannot do; docs/threat-model.md names these tests."""
 
+import contextlib
 import re
+import resource
 import signal
 import struct
 import time
 
+import pytest
 from harness import packet, receive_packet, status, wait_for
 
 # What may stand in the output: line ends, the two cursor sequences, and printable letters.
@@ -48,6 +51,22 @@ def test_a_false_length_takes_no_memory(rig):
     assert peak_memory(run, "VmPeak") < asked_before + 1024
     run.signal(signal.SIGTERM)
     assert run.wait() == 0
+
+
+def test_a_packet_beyond_all_memory_ends_the_run_with_a_message(rig):
+    """Somebody who goes on sending what a false length promised; whoever waits then waits for nothing any more."""
+    if re.search(b"__[at]san_init", rig.program.read_bytes()):
+        pytest.skip("the sanitizers take address space of their own")
+    run, link = start(rig)
+    receive_packet(link)
+    limit = int(peak_memory(run, "VmPeak") + 48) << 20
+    resource.prlimit(run.process.pid, resource.RLIMIT_AS, (limit, limit))
+    link.sendall(struct.pack(">IHH", 0xFFFFFFFF, 1000, 8))
+    with contextlib.suppress(OSError):
+        for _ in range(200):
+            link.sendall(bytes(1 << 20))
+    assert run.wait() == 1
+    assert run.errors == b"dunmallow: out of memory\n"
 
 
 def test_a_server_that_says_too_much_takes_no_memory_and_can_be_left(rig):
