@@ -19,11 +19,15 @@ consoleViewer::consoleViewer(bool followUpload, int port, const char* host)
     : CANFlasherClient(port, host), exitAfterFirstDraw(followUpload ? 0 : 1) {}
 
 // Here and not only in the base: a status painted meanwhile must not find this part gone.
-consoleViewer::~consoleViewer() { shutDown(); }
+consoleViewer::~consoleViewer() {
+    showReports();  // the thread that one waits on is joined
+    shutDown();
+}
 
 void consoleViewer::drawStatus(const TStatus& status) { CANFlasher::drawStatus(std::cout, status, firstDraw); }
 
 void consoleViewer::statusChanged(const TStatus& status) {
+    held.wait(true);
     if (outcome == Outcome::failed) return;
     drawStatus(status);
     if (exitAfterFirstDraw == 1) return finish();
@@ -39,8 +43,16 @@ void consoleViewer::finish() {
     threadfunc::exitProcess(0);
 }
 
+void consoleViewer::holdReports() { held = true; }
+
+void consoleViewer::showReports() {
+    held = false;
+    held.notify_all();
+}
+
 void consoleViewer::giveUp() {
     while (!settle(Outcome::failed)) pause();
+    showReports();
 }
 
 /// Whether the run comes to `reached`: false when it has come to the other outcome before.

@@ -23,6 +23,11 @@ public:
     void statusChanged(const TStatus& status) override;
     /// Paints the block on standard output, over the one painted before, and clears `firstDraw`. One thread at a time.
     void drawStatus(const TStatus& status);
+    /// For who does not know yet whose server answers: a report waits, on the dispatch thread, until `showReports` or
+    /// `giveUp` is called, or the destructor. Before the first connection; main thread.
+    void holdReports();
+    /// Lets the reports go on. Any thread.
+    void showReports();
     /// For who is about to say that the run has failed: from now on nothing is painted and no status ends the process.
     /// Waits for ever when a status has ended it already: the screen shows how the run ended then, with its exit
     /// status. A block that is being painted meanwhile is finished. Main thread.
@@ -39,6 +44,7 @@ private:
     void finish();
 
     std::atomic<Outcome> outcome{Outcome::open};  // written by `settle`
+    std::atomic<bool> held{false};
 };
 
 }  // namespace CANFlasher

@@ -49,7 +49,9 @@ int reportUpload(std::uint32_t result, consoleViewer& viewer) {
 }
 
 int startAndRequest(consoleViewer& viewer, const FlasherOptions& options) {
+    viewer.holdReports();  // a server that runs already may tell how an upload of somebody else's ended
     if (viewer.startServer(options.interfaceIndex) == 0) return fail(viewer, "Unable to start server application");
+    viewer.showReports();
     return reportUpload(viewer.upload(options.mode, options.address, options.serialNumber, options.hexFile), viewer);
 }
 

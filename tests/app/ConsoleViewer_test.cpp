@@ -212,6 +212,50 @@ TEST(ConsoleViewer, AfterGivingUpNothingIsPaintedAndNoStatusEndsTheRun) {
     EXPECT_EQ(process.standardOutput(), "");
 }
 
+struct HeldRow {
+    const char* why;
+    void (*then)(Viewer&);
+    int status;
+    bool painted;
+};
+class ConsoleViewerHeld : public testing::TestWithParam<HeldRow> {};
+
+TEST_P(ConsoleViewerHeld, ReportWaitsUntilItIsKnownWhetherItCounts) {
+    ForkedRun process([] {
+        Viewer viewer(true);
+        viewer.holdReports();
+        std::atomic<bool> came{false};
+        std::thread report([&] {
+            viewer.statusChanged({MTCAN, Done, 100, 0x2A, 12345});
+            came = true;
+        });
+        std::this_thread::sleep_for(50ms);
+        if (came || !viewer.firstDraw) return 1;
+        GetParam().then(viewer);
+        report.join();
+        return kGoesOn;
+    });
+    EXPECT_EQ(process.wait(), GetParam().status);
+    EXPECT_EQ(process.standardOutput().find("Done") != std::string::npos, GetParam().painted);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ConsoleViewerHeld,
+                         testing::Values(HeldRow{"shown", [](Viewer& viewer) { viewer.showReports(); }, 0, true},
+                                         HeldRow{"givenUp", [](Viewer& viewer) { viewer.giveUp(); }, kGoesOn, false}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
+TEST(ConsoleViewer, AHeldReportDoesNotKeepTheViewer) {
+    HandServer server;
+    ForkedRun process([&server] {
+        consoleViewer viewer(true, server.port(), "127.0.0.1");
+        viewer.holdReports();
+        return viewer.connectToServer() && testsupport::waitFor([&viewer] { return viewer.busy.load(); }) ? kGoesOn : 1;
+    });
+    HandConnection connection = server.accept();
+    EXPECT_TRUE(connection.write(bytes({0, 0, 0, 16, 0x03, 0xE8, 0, 8, 1, 5, 42, 0x2A, 0x39, 0x30, 0, 0})));
+    EXPECT_EQ(process.wait(), kGoesOn);
+}
+
 std::atomic<bool> ending{false};
 
 TEST(ConsoleViewer, WhoGivesUpTooLateWaitsForTheEnd) {

@@ -190,6 +190,18 @@ TEST_F(MainFlow, AServerThatRunsAlreadyIsAFailure) {
     EXPECT_TRUE(server.accept().endsByPeer());
 }
 
+TEST_F(MainFlow, WhatAServerThatRunsAlreadyTellsIsNotShown) {
+    server.listen();
+    for (int round = 0; round < 20; ++round) {
+        Program program(goodUpload());
+        HandConnection connection = server.accept();
+        connection.write(statusPacket(6, 100));  // too late, maybe
+        EXPECT_EQ(program.wait(), 1);
+        EXPECT_EQ(program.standardError(), "Unable to start server application\n");
+        EXPECT_EQ(program.standardOutput(), "");
+    }
+}
+
 TEST_F(MainFlow, AServerThatCannotBeStartedIsAFailure) {
     onSystem = [](const char*) { return 256; };
     Program program(goodUpload());
