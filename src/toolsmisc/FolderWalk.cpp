@@ -22,8 +22,10 @@ Descriptor goInto(int folder, const char* name) {
 Descriptor goIntoOrCreate(int folder, const char* name) {
     Descriptor next = goInto(folder, name);
     if (next.valid()) return next;
-    mkdirat(folder, name, 0755);  // refused when somebody else was faster: then it can be entered now
-    return goInto(folder, name);
+    const int reason = mkdirat(folder, name, 0755) == 0 ? EEXIST : errno;
+    next = goInto(folder, name);  // also when it was refused: somebody else may have been faster
+    if (!next.valid() && reason != EEXIST) errno = reason;
+    return next;
 }
 
 /// Only the first folder is named from the root or the current directory, every other one from the folder before it.

@@ -277,12 +277,14 @@ TEST_P(CreatingOpen, FailsWhereNoDirectoryCanBeCreated) {
     const auto text = inConfinedChild(folder.path(), []() -> std::string {
         chmod("/fixed", 0500);
         if (!testsupport::loseRootsRights()) return "rights kept";
+        errno = 0;
         const bool opened = open("/fixed/a/b") >= 0;
+        const int reason = errno;
         chmod("/fixed", 0700);
-        return (opened ? "opened " : "failed ") + listing(".");
+        return (opened ? "opened " : "failed " + std::to_string(reason) + " ") + listing(".");
     });
     if (!text) GTEST_SKIP() << kNotConfined;
-    EXPECT_EQ(*text, "failed fixed/");
+    EXPECT_EQ(*text, "failed 13 fixed/") << "the reason why it could not be created, and not that it is missing";
 }
 
 TEST(OpenForRead, OpensTheNormalisedPathForReadingOnly) {
