@@ -14,6 +14,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "sw_drv/RTkernel/linux/CrashReport.h"
 #include "sw_drv/RTkernel/linux/WholeText.h"
@@ -51,7 +52,13 @@ public:
     const int initError;
 };
 
-void reportError(const char* what, int error) { printWhole(std::cerr, {what, std::strerror(error), "\n"}); }
+// The C library has no text when it would have to put one together, as for -1, and memory has run out.
+std::string_view errorText(int error) {
+    const char* const text = std::strerror(error);
+    return text != nullptr ? std::string_view(text) : std::string_view();
+}
+
+void reportError(const char* what, int error) { printWhole(std::cerr, {what, errorText(error), "\n"}); }
 
 pthread_t notStarted(const char* what, int error) {
     reportError(what, error);
@@ -105,7 +112,7 @@ void setScheduling(int rtPriority) {
     if (error == EPERM && quietThreads) return;
     const char* const hint = error == EPERM ? " # Run as ROOT to allow setting of thread priority" : "";
     printWhole(std::cerr,
-               {"threadfunc::InitThread() - sched_setscheduler() reports error: ", std::strerror(error), hint, "\n"});
+               {"threadfunc::InitThread() - sched_setscheduler() reports error: ", errorText(error), hint, "\n"});
 }
 
 timespec monotonicDeadline(int msec) {

@@ -6,9 +6,12 @@
 namespace threadfunc {
 
 void printWhole(std::ostream& stream, std::initializer_list<std::string_view> pieces) {
-    std::array<char, kLongestWholeText> text;
+    std::array<char, kLongestWholeText> text{};
     std::size_t used = 0;
+    bool missing = false;
     for (std::string_view rest : pieces) {
+        missing = rest.data() == nullptr;
+        if (missing) break;
         while (!rest.empty()) {
             if (used == text.size()) {
                 stream.write(text.data(), static_cast<std::streamsize>(used));
@@ -20,6 +23,7 @@ void printWhole(std::ostream& stream, std::initializer_list<std::string_view> pi
         }
     }
     stream.write(text.data(), static_cast<std::streamsize>(used)).flush();
+    if (missing) stream.setstate(std::ios_base::badbit);
 }
 
 }  // namespace threadfunc

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iostream>
 #include <string>
 #include <utility>
 
@@ -247,6 +248,59 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(QuietRow{"linesThoughQuietSince", threadfunc::threadQuietOff, threadfunc::threadQuietOn,
                              "Starting thread. .*\nCall origin: file line 1\n"},
                     QuietRow{"noneThoughNotQuietSince", threadfunc::threadQuietOn, threadfunc::threadQuietOff, ""}),
+    [](const auto& row) { return std::string(row.param.why); });
+
+std::uint32_t joinNoThread() { return threadfunc::threadJoin(0); }
+
+std::uint32_t startNone() { return startThread() == 0 ? 0 : 1; }
+
+std::uint32_t startAndJoin() {
+    threadfunc::threadQuietOff();
+    const std::uint32_t result = threadfunc::threadJoin(startThread());
+    threadfunc::threadQuietOn();
+    return result;
+}
+
+std::uint32_t askForPriority() { return static_cast<std::uint32_t>(threadfunc::threadPriority()); }
+
+struct NoTextRow {
+    const char* why;
+    injected::Call* call;  // null: it fails by itself
+    int error;
+    std::uint32_t (*operation)();
+    std::uint32_t result;
+    const char* printed;
+};
+class MissingErrorText : public testing::TestWithParam<NoTextRow> {};
+// The C library has none when memory has run out; strlen of it once ended the process.
+TEST_P(MissingErrorText, EndsTheLineAndLeavesTheStreamFailed) {
+    const CapturedOutput errors(STDERR_FILENO);
+    if (GetParam().call != nullptr) GetParam().call->fail(GetParam().error);
+    injected::errorText.fail(ENOMEM);
+    const std::uint32_t result = GetParam().operation();
+    const bool failed = std::cerr.bad();
+    std::cerr.clear();
+    EXPECT_EQ(result, GetParam().result);
+    EXPECT_EQ(injected::errorText.calls(), 1);
+    EXPECT_EQ(errors.text(), GetParam().printed);
+    EXPECT_TRUE(failed);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Rows, MissingErrorText,
+    testing::Values(NoTextRow{"attributes", &injected::attributesInit, ENOMEM, startNone, 0,
+                              "threadfunc::ThreadCreate() - pthread_attr_init() reports error: "},
+                    NoTextRow{"stackSize", &injected::attributesStackSize, EINVAL, startNone, 0,
+                              "threadfunc::ThreadCreate() - pthread_attr_setstacksize() reports error: "},
+                    NoTextRow{"thread", &injected::threadCreate, EAGAIN, startNone, 0,
+                              "threadfunc::ThreadCreate() - pthread_create() reports error: "},
+                    NoTextRow{"schedulingAndTheThreadRunsOn", &injected::setScheduler, EINVAL, startAndJoin, 5,
+                              "threadfunc::InitThread() - sched_setscheduler() reports error: "},
+                    NoTextRow{"schedulingWithoutTheHintToo", &injected::setScheduler, EPERM, startAndJoin, 5,
+                              "threadfunc::InitThread() - sched_setscheduler() reports error: "},
+                    NoTextRow{"priority", &injected::getParam, ESRCH, askForPriority, 4294967295U,
+                              "threadfunc::threadPriority() - sched_getparam() reports error: "},
+                    NoTextRow{"join", nullptr, 0, joinNoThread, 0,
+                              "threadfunc::threadJoin() - pthread_join() reports error: "}),
     [](const auto& row) { return std::string(row.param.why); });
 
 class FailedCrashReport : public kittest::EndingProcess {};

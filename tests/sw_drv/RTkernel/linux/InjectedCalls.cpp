@@ -67,6 +67,7 @@ Call threadCreate;
 Call signalAction;
 Call setScheduler;
 Call getParam;
+Call errorText;
 Call nanosleep;
 Call semaphoreWait;
 Call mutexAttributesInit;
@@ -195,6 +196,9 @@ int __real_sched_getparam(pid_t, sched_param*);
 int __wrap_sched_getparam(pid_t process, sched_param* parameters) {
     return failureOr(injected::getParam, [=] { return __real_sched_getparam(process, parameters); });
 }
+
+char* __real_strerror(int);
+char* __wrap_strerror(int number) { return injected::errorText.next() != 0 ? nullptr : __real_strerror(number); }
 
 #define NANOSLEEP TIME_CALL(clock_nanosleep, __clock_nanosleep_time64)
 int REAL(NANOSLEEP)(clockid_t, int, const timespec*, timespec*);

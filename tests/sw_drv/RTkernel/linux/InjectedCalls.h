@@ -41,6 +41,7 @@ extern Call threadCreate;         // pthread_create
 extern Call signalAction;         // sigaction
 extern Call setScheduler;         // sched_setscheduler
 extern Call getParam;             // sched_getparam
+extern Call errorText;            // strerror, which then gives null
 extern Call nanosleep;            // clock_nanosleep
 extern Call semaphoreWait;        // sem_wait
 extern Call mutexAttributesInit;  // pthread_mutexattr_init

@@ -4,8 +4,10 @@
 
 #include <iomanip>
 #include <ostream>
+#include <sstream>
 #include <streambuf>
 #include <string>
+#include <string_view>
 #include <vector>
 
 using threadfunc::printWhole;
@@ -64,5 +66,35 @@ INSTANTIATE_TEST_SUITE_P(Rows, WholeText,
                                          PieceRow{"oneMoreGoesInTwo", 1000, 24, {1024, 1}},
                                          PieceRow{"muchMoreInSeveral", 10, 2500, {1024, 1024, 463}}),
                          [](const auto& row) { return std::string(row.param.why); });
+
+struct MissingRow {
+    const char* why;
+    std::string_view first;
+    std::string_view second;
+    const char* arriving;
+    bool failed;
+};
+class MissingPiece : public testing::TestWithParam<MissingRow> {};
+TEST_P(MissingPiece, EndsTheTextAndLeavesTheStreamFailed) {
+    std::stringbuf arrived;
+    std::ostream stream(&arrived);
+    printWhole(stream, {GetParam().first, GetParam().second, "\n"});
+    EXPECT_EQ(arrived.str(), GetParam().arriving);
+    EXPECT_EQ(stream.bad(), GetParam().failed);
+}
+INSTANTIATE_TEST_SUITE_P(Rows, MissingPiece,
+                         testing::Values(MissingRow{"second", "text", {}, "text", true},
+                                         MissingRow{"first", {}, "text", "", true},
+                                         MissingRow{"emptyIsNotMissing", "", "text", "text\n", false},
+                                         MissingRow{"lastEmptyIsNotMissing", "text", "", "text\n", false}),
+                         [](const auto& row) { return std::string(row.param.why); });
+
+TEST(TextBeforeAMissingPiece, IsFlushed) {
+    Arrivals arrivals;
+    std::ostream stream(&arrivals);
+    printWhole(stream, {"text", {}, "\n"});
+    EXPECT_EQ(arrivals.pieces, std::vector<std::string>{"text"});
+    EXPECT_EQ(arrivals.flushes, 1);
+}
 
 }  // namespace
