@@ -1,7 +1,8 @@
 #pragma once
 /// Simple questions and changes to the file system. Paths are zero-terminated texts or strings, relative to the current
-/// directory unless they begin with "/"; a null path names nothing, as "" does. Failures are plain results, `errno`
-/// then tells the reason. Any thread may call any function; each waits only for the file system.
+/// directory unless they begin with "/"; a null path names nothing, as "" does. Failures are plain results, and where
+/// the system refused, `errno` tells the reason, unless a function says otherwise. Any thread may call any function;
+/// each waits only for the file system.
 
 #include <cstdint>
 #include <string>
@@ -26,12 +27,14 @@ namespace toolsmisc {
 
 /// Renames `from` to `to`, replacing a file of that name. Returns whether it did.
 bool renameFile(const char* from, const char* to);
-/// Removes `path` if it is a regular file, nothing else. Returns whether it was removed.
+/// Removes `path` if it is a regular file, nothing else. Returns whether it was removed. `errno` is left as it was by
+/// anything else that is there, as a directory, pipe or link.
 bool removeFile(const char* path);
 
 /// Creates every missing directory along `path`, for everyone as far as the umask allows. Components are put together
 /// by `joinPath`, one at a time, so "ab/cd" creates "ab" and "abcd". Goes on behind a component that cannot be created,
-/// and then returns false. An empty path needs nothing and gives true.
+/// and then returns false; `errno` then tells nothing, as the calls for the rest may have changed it. An empty path
+/// needs nothing and gives true.
 bool makeDirectories(const char* path);
 
 /// Creates a new directory "/tmp/toolsmisc-XXXXXX" for this user only, six characters chosen by the system, and puts
