@@ -91,6 +91,7 @@ TEST(LocalClock, OfANullPatternIsThatOfTimes) {
 
 // localtime reads TZ at each call and localtime_r does not: a terminal that changes its zone shows it at once.
 TEST(LocalClock, FollowsAChangeOfTheZone) {
+    const calendar::Zone before("UTC0");  // and after the test what it was: localtime leaves its zone in the C library
     const testsupport::ScopedEnvironment east("TZ", "ABC-5");
     const int inEast = threadfunc::packedLocalTime().hour;
     const testsupport::ScopedEnvironment west("TZ", "ABC+5");

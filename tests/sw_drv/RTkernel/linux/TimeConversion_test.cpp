@@ -111,6 +111,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, UtcTime,
                          [](const auto& row) { return std::string(row.param.why); });
 
 TEST(UtcBreakdown, AgreesWithACountOfDays) {
+    const calendar::Zone zone("EST5");  // makes no difference
     std::mt19937 random(4712);
     for (int i = 0; i < 20000; ++i) {
         const calendar::Moment m = calendar::randomMoment(random, 1902, 2200);
@@ -150,6 +151,9 @@ TEST(LocalTimeval, IsReadInTheLocalTimeZone) {
     expectTime(threadfunc::localTimeval(fieldsOf(2026, 1, 15, 12), 42), winter, 42);
     expectTime(threadfunc::localTimeval(fieldsOf(2026, 7, 15, 12), 43), summer, 43);
     expectTime(threadfunc::utcTime(2026, 7, 15, 10, 0, 0, 0), summer, 0);  // UTC knows no zone
+    std::tm inStandardTime = fieldsOf(2026, 7, 15, 12);
+    inStandardTime.tm_isdst = 0;  // as the caller says, also in summer
+    expectTime(threadfunc::localTimeval(inStandardTime, 44), summer + 3600, 44);
 }
 
 // --- Numbers of doubles ------------------------------------------------------------------------------------------
