@@ -22,7 +22,7 @@
 #include "sw_drv/RTkernel/linux/threadfunc.h"
 #include "tests/support/CapturedOutput.h"
 #include "tests/support/Process.h"
-#include "tests/support/TempFolder.h"
+#include "tests/sw_drv/RTkernel/linux/Calendar.h"
 #include "tests/sw_drv/RTkernel/linux/InjectedCalls.h"
 #include "tests/sw_drv/RTkernel/linux/KitTest.h"
 
@@ -577,7 +577,9 @@ TEST(Locks, GiveBackWhatTheyTook) {
     injected::mutexDestroy.watch();
     injected::semaphoreDestroy.watch();
     {
+        injected::lastMutexHadAttributes = true;
         const threadfunc::mutex lock;
+        EXPECT_FALSE(injected::lastMutexHadAttributes);  // of the default kind
         const threadfunc::semaphore units(1);
         EXPECT_EQ(injected::lastSemaphoreShared, 0);  // for the threads of one process
         EXPECT_EQ(injected::mutexDestroy.calls() + injected::semaphoreDestroy.calls(), 0);
@@ -623,6 +625,30 @@ TEST_F(GlobalLockStart, KeepsTheDefaultKindWhenTheKindIsRefused) {
 
 // --- Queue -------------------------------------------------------------------------------------------------------
 
+/// Notes what of its queue is gone when a value dies in it.
+struct LastToGo {
+    int* mutexes;
+    int* semaphores;
+    ~LastToGo() {
+        *mutexes = injected::mutexDestroy.calls();
+        *semaphores = injected::semaphoreDestroy.calls();
+    }
+};
+
+// In the reverse order of their making.
+TEST(MessageQueueEnd, TakesTheGuardAndBothCountsBeforeTheValues) {
+    int mutexes = -1;
+    int semaphores = -1;
+    {
+        threadfunc::queue_template<LastToGo> queue(1);
+        queue.put({&mutexes, &semaphores});
+        injected::mutexDestroy.watch();
+        injected::semaphoreDestroy.watch();
+    }
+    EXPECT_EQ(mutexes, 1);
+    EXPECT_EQ(semaphores, 2);
+}
+
 TEST(MessageQueueMemory, IsAllocatedByTheBlockAndNotByTheValue) {
     constexpr int kValues = 12800;
     threadfunc::queue_template<std::int32_t> queue(kValues);
@@ -650,7 +676,7 @@ TEST(FailedClock, CannotBeStarted) {
 
 // Whoever compares with time sees the same second, also in the milliseconds in which gettimeofday is in the next one.
 TEST(LocalClock, ShowsTheSecondThatTimeShows) {
-    const testsupport::ScopedEnvironment zone("TZ", "ABC-2");
+    const calendar::Zone zone("ABC-2");
     injected::secondsNow = 1775221507;  // 3 April 2026 13:05:07 UTC, a Friday
     const threadfunc::PackedTime time = threadfunc::packedLocalTime();
     const threadfunc::PackedDate date = threadfunc::packedLocalDate();

@@ -90,6 +90,7 @@ std::atomic<void (*)()> onSetScheduler{nullptr};
 thread_local LockErrors lockErrors{};
 CreateArguments lastCreate{};
 SchedulerArguments lastScheduler{};
+thread_local bool lastMutexHadAttributes = false;
 int lastSemaphoreShared = -1;
 SetTimeArguments lastSetTime{};
 thread_local SleepArguments lastSleep{};
@@ -97,6 +98,7 @@ std::atomic<long long> monotonicAheadMs{0};
 std::atomic<long long> secondsNow{0};
 std::atomic<long> pageBytes{0};
 std::atomic<const rusage*> usage{nullptr};
+std::atomic<int> otherUsages{0};
 std::atomic<const char*> fileText{nullptr};
 
 }  // namespace injected
@@ -236,6 +238,7 @@ std::time_t WRAP(TIME)(std::time_t* result) {
 #define GETRUSAGE TIME_CALL(getrusage, __getrusage64)
 int REAL(GETRUSAGE)(__rusage_who_t, rusage*);
 int WRAP(GETRUSAGE)(__rusage_who_t who, rusage* usage) {
+    if (who != RUSAGE_SELF) ++injected::otherUsages;
     const rusage* const stated = injected::usage;
     if (stated == nullptr) return REAL(GETRUSAGE)(who, usage);
     *usage = *stated;
@@ -328,6 +331,7 @@ int __wrap_pthread_mutexattr_settype(pthread_mutexattr_t* attributes, int type) 
 
 int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+    injected::lastMutexHadAttributes = attributes != nullptr;
     return errorOr(injected::mutexInit, [=] { return __real_pthread_mutex_init(mutex, attributes); });
 }
 

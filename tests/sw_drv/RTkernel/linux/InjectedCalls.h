@@ -92,6 +92,9 @@ struct SchedulerArguments {
 };
 extern SchedulerArguments lastScheduler;
 
+/// Whether the last pthread_mutex_init of the calling thread was given attributes.
+extern thread_local bool lastMutexHadAttributes;
+
 /// The argument of the last sem_init that says whether processes share it.
 extern int lastSemaphoreShared;
 
@@ -138,6 +141,9 @@ extern std::atomic<long> pageBytes;
 
 /// Unless null: what getrusage gives.
 extern std::atomic<const rusage*> usage;
+
+/// How often getrusage was asked for anything but the whole process.
+extern std::atomic<int> otherUsages;
 
 /// Unless null: what every file holds that fopen opens.
 extern std::atomic<const char*> fileText;

@@ -12,11 +12,17 @@
 
 namespace {
 
-/// The system states this usage for the life of the object.
+/// The system states this usage for the life of the object, in which nothing may ask for another than the process's.
 class Stated {
 public:
-    explicit Stated(const rusage& usage) { injected::usage = &usage; }
-    ~Stated() { injected::usage = nullptr; }
+    explicit Stated(const rusage& usage) {
+        injected::usage = &usage;
+        injected::otherUsages = 0;
+    }
+    ~Stated() {
+        injected::usage = nullptr;
+        EXPECT_EQ(injected::otherUsages, 0);
+    }
     Stated(const Stated&) = delete;
     Stated& operator=(const Stated&) = delete;
 };
