@@ -201,6 +201,7 @@ TEST(Wakeup, ComesAlsoFromATimerThatIsBeingDestroyed) {
 }
 
 TEST(TimerPasses, ComeEvery200MillisecondsWithoutATimer) {
+    awaitTimerPass();
     EXPECT_TRUE(testsupport::waitFor(passesComeEvery200Milliseconds));  // once the wake-ups of other tests are taken
 }
 
