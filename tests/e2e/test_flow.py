@@ -452,7 +452,8 @@ def with_standard_error_to(pipe, rig):
     with subprocess.Popen(command, env=rig.env, stdout=subprocess.PIPE, stderr=pipe) as run:
         os.close(pipe)
         try:
-            yield run
+            with server.accept():  # it has started its server by then, and signals no longer end it at once
+                yield run
         finally:
             run.kill()
 
